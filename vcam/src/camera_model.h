@@ -1,0 +1,57 @@
+// What the virtual camera does with each command: its state and answers.
+#pragma once
+
+#include "vcam/vcam.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace vcam {
+
+using Bulk = std::shared_ptr<const std::vector<std::uint8_t>>;
+
+// The camera's answer to one command.
+struct Answer {
+    bool replies = true; // false: the camera sends no reply frame
+    std::uint32_t value1 = 0;
+    std::uint32_t value2 = 0;
+    Bulk bulk;                         // data sent after the reply
+    std::uint32_t blocksExpected = 0; // 1024-byte blocks the camera then waits for
+};
+
+// Sensor geometry.
+constexpr std::uint32_t kSensorWidth = 1024;
+constexpr std::uint32_t kSensorHeight = 1024;
+// A calibration image: the whole sensor packed four values to five bytes.
+constexpr std::size_t kCalibrationBytes = kSensorWidth * kSensorHeight * 5 / 4;
+
+// Packs 10-bit values four to five bytes, least significant bits first;
+// count must be a multiple of four.
+std::vector<std::uint8_t> packTenBit(const std::uint16_t *values, std::size_t count);
+
+class CameraModel {
+public:
+    CameraModel(const VcamConfig &config, std::uint32_t linkType);
+
+    // A command frame.
+    Answer command(std::uint16_t code, std::uint32_t p1, std::uint32_t p2);
+    // A command head followed by a payload (commands that take data).
+    Answer dataCommand(std::uint16_t code, const std::uint8_t *payload, std::size_t length);
+    // A data block the camera was waiting for.
+    void block(const std::uint8_t *data, std::size_t length);
+    // Whether a frame with this code carries a payload instead of parameters.
+    static bool takesData(std::uint16_t code);
+
+    const VcamConfig &config() const { return config_; }
+
+private:
+    Answer calibrationImage(std::uint32_t which);
+
+    VcamConfig config_;
+    std::uint32_t linkType_;
+    std::uint32_t statusWord_ = 0; // top byte 0x04 while playing back
+    Bulk calibration_[2];
+};
+
+} // namespace vcam

@@ -1,0 +1,546 @@
+// The virtual camera's link: the shared InterfaceTable functions, the
+// byte stream a camera sends back, transfers, the trace and fault injection.
+#include "vcam/vcam.h"
+
+#include "camera_model.h"
+#include "wire.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+struct VcamCamera {
+    VcamCamera(const VcamConfig &cfg, std::uint32_t id) : config(cfg), handle(id), model(cfg, cfg.linkType) {}
+
+    // A stretch of bytes the camera has sent and the host not yet read.
+    struct Chunk {
+        std::uint8_t frame[12];
+        vcam::Bulk bulk; // when set, the chunk is this data instead of frame
+        std::size_t length;
+        std::size_t offset;
+        const std::uint8_t *data() const { return bulk ? bulk->data() : frame; }
+    };
+    struct Fault {
+        std::uint32_t first; // call numbers first .. last (inclusive) fail
+        std::uint32_t last;
+        std::int32_t code;
+    };
+
+    std::mutex lock;
+    VcamConfig config;
+    InterfaceTable table{};
+    std::uint32_t handle;
+    vcam::CameraModel model;
+
+    std::deque<Chunk> outgoing;
+    std::uint32_t blocksExpected = 0;
+
+    // Link type 3 transfer armed by the host.
+    std::uint8_t *armedBuffer = nullptr;
+    std::uint32_t armedLength = 0;
+    std::uint32_t armedTag = 0; // (A << 16) | B
+    bool announced = false;
+    bool transferDone = false;
+    std::uint32_t armSerial = 1;
+
+    std::vector<VcamTraceEntry> trace;
+    std::vector<CameraCommand> commands;
+    std::uint32_t counts[VCAM_CALL_COUNT] = {};
+    std::uint32_t seen[VCAM_CALL_COUNT] = {}; // never cleared: numbers calls for faults
+    std::vector<Fault> faults[VCAM_CALL_COUNT];
+    std::map<std::uint16_t, std::uint16_t> replyOverride;
+};
+
+namespace {
+
+using CameraPtr = std::shared_ptr<VcamCamera>;
+
+// Every live camera, by link handle and by host argument. Never destroyed,
+// so that link calls made while the process exits find an empty registry
+// rather than a destroyed one.
+struct Registry {
+    std::mutex lock;
+    std::map<std::uint32_t, CameraPtr> byHandle;
+    std::uint32_t nextHandle = 1;
+    std::uint32_t nextSerial = 1;
+};
+
+Registry &registry()
+{
+    static Registry *r = new Registry;
+    return *r;
+}
+
+CameraPtr findByHandle(std::uint32_t handle)
+{
+    Registry &r = registry();
+    std::lock_guard<std::mutex> g(r.lock);
+    auto it = r.byHandle.find(handle);
+    return it == r.byHandle.end() ? nullptr : it->second;
+}
+
+CameraPtr findByHostArg(std::uint32_t hostArg)
+{
+    Registry &r = registry();
+    std::lock_guard<std::mutex> g(r.lock);
+    for (auto &[h, cam] : r.byHandle)
+        if (cam->config.hostArg == hostArg)
+            return cam;
+    return nullptr;
+}
+
+// One host call in progress: counts and traces it, applies the link delay
+// and decides whether an injected fault fails it.
+class Call {
+public:
+    Call(VcamCamera &cam, VcamCall kind, std::uint32_t length, std::int32_t *err)
+        : cam_(cam), err_(err)
+    {
+        entry_.call = kind;
+        entry_.length = length;
+        cam.counts[kind] += 1;
+        std::uint32_t number = ++cam.seen[kind];
+        for (const auto &f : cam.faults[kind])
+            if (number >= f.first && number <= f.last)
+                injected_ = f.code;
+        if (cam.config.linkDelayMs != 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(cam.config.linkDelayMs));
+    }
+    ~Call() { cam_.trace.push_back(entry_); }
+
+    bool faulted() const { return injected_ != 0; }
+    void command(const vcam::Frame &f)
+    {
+        entry_.hasCommand = 1;
+        entry_.command = CameraCommand{f.code, f.first, f.second};
+        cam_.commands.push_back(entry_.command);
+    }
+    std::int32_t fail(std::int32_t code)
+    {
+        if (err_ != nullptr)
+            *err_ = code;
+        entry_.result = 0;
+        entry_.err = code;
+        return 0;
+    }
+    std::int32_t failInjected() { return fail(injected_); }
+    std::int32_t succeed()
+    {
+        entry_.result = 1;
+        return 1;
+    }
+
+private:
+    VcamCamera &cam_;
+    std::int32_t *err_;
+    VcamTraceEntry entry_{};
+    std::int32_t injected_ = 0;
+};
+
+std::uint16_t replyCode(VcamCamera &cam, std::uint16_t command)
+{
+    auto it = cam.replyOverride.find(command);
+    return it != cam.replyOverride.end() ? it->second : vcam::replyCodeFor(command);
+}
+
+void queueFrame(VcamCamera &cam, const vcam::Frame &reply)
+{
+    VcamCamera::Chunk c{};
+    c.length = vcam::wireFrameLength(cam.config.linkType);
+    vcam::writeFrame(cam.config.linkType, reply, c.frame);
+    cam.outgoing.push_back(c);
+}
+
+// Sends bulk data the way the link carries it: into an announced armed
+// transfer on type 3, otherwise into the byte stream for Receive.
+void deliverBulk(VcamCamera &cam, const vcam::Bulk &bulk)
+{
+    if (cam.config.linkType == 3 && cam.announced && cam.armedBuffer != nullptr) {
+        std::size_t n = std::min<std::size_t>(bulk->size(), cam.armedLength);
+        std::memcpy(cam.armedBuffer, bulk->data(), n);
+        cam.transferDone = n == cam.armedLength;
+        cam.announced = false;
+        return;
+    }
+    VcamCamera::Chunk c{};
+    c.bulk = bulk;
+    c.length = bulk->size();
+    cam.outgoing.push_back(c);
+}
+
+// Runs a decoded command frame and queues what the camera sends back.
+void runCommand(VcamCamera &cam, const vcam::Frame &f)
+{
+    if (f.code == 188 && cam.config.linkType == 3)
+        cam.announced = cam.armedBuffer != nullptr && f.first == cam.armedTag && f.second == cam.armedLength;
+    vcam::Answer a = cam.model.command(f.code, f.first, f.second);
+    cam.blocksExpected = a.blocksExpected;
+    if (a.replies)
+        queueFrame(cam, {replyCode(cam, f.code), a.value1, a.value2});
+    if (a.bulk)
+        deliverBulk(cam, a.bulk);
+}
+
+std::int32_t linkOpen(std::uint32_t hostArg, std::uint32_t *outHandle, std::int32_t *err)
+{
+    CameraPtr cam = findByHostArg(hostArg);
+    if (!cam) {
+        if (err != nullptr)
+            *err = VCAM_ERR_NO_LINK;
+        return 0;
+    }
+    std::lock_guard<std::mutex> g(cam->lock);
+    Call call(*cam, VCAM_CALL_OPEN, 0, err);
+    if (call.faulted())
+        return call.failInjected();
+    cam->outgoing.clear();
+    if (outHandle != nullptr)
+        *outHandle = cam->handle;
+    return call.succeed();
+}
+
+// Runs body on the camera behind handle under its lock, or fails with
+// VCAM_ERR_NO_LINK.
+template <typename Body> std::int32_t withCamera(std::uint32_t handle, std::int32_t *err, Body body)
+{
+    CameraPtr cam = findByHandle(handle);
+    if (!cam) {
+        if (err != nullptr)
+            *err = VCAM_ERR_NO_LINK;
+        return 0;
+    }
+    std::lock_guard<std::mutex> g(cam->lock);
+    return body(*cam);
+}
+
+std::int32_t linkClose(std::uint32_t handle, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_CLOSE, 0, err);
+        if (call.faulted())
+            return call.failInjected();
+        cam.outgoing.clear();
+        cam.armedBuffer = nullptr;
+        return call.succeed();
+    });
+}
+
+std::int32_t linkSend(std::uint32_t handle, const std::uint8_t *data, std::uint32_t length, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_SEND, length, err);
+        if (call.faulted())
+            return call.failInjected();
+        if (data == nullptr && length != 0)
+            return call.fail(VCAM_ERR_BAD_FRAME);
+        const std::uint32_t type = cam.config.linkType;
+        if (cam.blocksExpected > 0 && length == 1024) {
+            cam.model.block(data, length);
+            cam.blocksExpected -= 1;
+            return call.succeed();
+        }
+        const std::size_t frameLength = vcam::wireFrameLength(type);
+        const std::size_t headLength = vcam::wireHeadLength(type);
+        if (length >= headLength && length != frameLength && vcam::CameraModel::takesData(vcam::readCode(data))) {
+            std::uint16_t code = vcam::readCode(data);
+            call.command({code, 0, 0});
+            vcam::Answer a = cam.model.dataCommand(code, data + headLength, length - headLength);
+            if (a.replies)
+                queueFrame(cam, {replyCode(cam, code), a.value1, a.value2});
+            return call.succeed();
+        }
+        if (length != frameLength)
+            return call.succeed(); // the camera cannot read it and stays silent
+        vcam::Frame f = vcam::readFrame(type, data);
+        call.command(f);
+        runCommand(cam, f);
+        return call.succeed();
+    });
+}
+
+std::int32_t linkReceive(std::uint32_t handle, std::uint8_t *data, std::uint32_t length, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_RECEIVE, length, err);
+        if (call.faulted())
+            return call.failInjected();
+        std::size_t available = 0;
+        for (const auto &c : cam.outgoing)
+            available += c.length - c.offset;
+        if (available < length || (data == nullptr && length != 0))
+            return call.fail(VCAM_ERR_TIMEOUT);
+        std::size_t done = 0;
+        while (done < length) {
+            VcamCamera::Chunk &c = cam.outgoing.front();
+            std::size_t n = std::min<std::size_t>(length - done, c.length - c.offset);
+            std::memcpy(data + done, c.data() + c.offset, n);
+            done += n;
+            c.offset += n;
+            if (c.offset == c.length)
+                cam.outgoing.pop_front();
+        }
+        return call.succeed();
+    });
+}
+
+std::int32_t linkReset(std::uint32_t handle, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_RESET, 0, err);
+        if (call.faulted())
+            return call.failInjected();
+        cam.outgoing.clear();
+        cam.blocksExpected = 0;
+        return call.succeed();
+    });
+}
+
+std::int32_t linkArm(std::uint32_t handle, std::uint8_t *buffer, std::uint32_t length, std::uint32_t *outA,
+                     std::uint32_t *outB, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_ARM_TRANSFER, length, err);
+        if (call.faulted())
+            return call.failInjected();
+        std::uint32_t a = cam.handle & 0xFFFF;
+        std::uint32_t b = cam.armSerial++ & 0xFFFF;
+        cam.armedBuffer = buffer;
+        cam.armedLength = length;
+        cam.armedTag = a << 16 | b;
+        cam.announced = false;
+        cam.transferDone = false;
+        if (outA != nullptr)
+            *outA = a;
+        if (outB != nullptr)
+            *outB = b;
+        return call.succeed();
+    });
+}
+
+std::int32_t linkAwait(std::uint32_t handle, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_AWAIT_TRANSFER, cam.armedLength, err);
+        if (call.faulted())
+            return call.failInjected();
+        bool done = cam.transferDone;
+        cam.armedBuffer = nullptr;
+        cam.transferDone = false;
+        cam.announced = false;
+        return done ? call.succeed() : call.fail(VCAM_ERR_TIMEOUT);
+    });
+}
+
+std::int32_t linkTransact(std::uint32_t handle, const std::uint8_t *frame, std::uint8_t *reply, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_TRANSACT, 10, err);
+        if (call.faulted())
+            return call.failInjected();
+        if (frame == nullptr || reply == nullptr)
+            return call.fail(VCAM_ERR_BAD_FRAME);
+        vcam::Frame f = vcam::readFrame(4, frame);
+        call.command(f);
+        vcam::Answer a = cam.model.command(f.code, f.first, f.second);
+        vcam::writeFrame(4, {replyCode(cam, f.code), a.value1, a.value2}, reply);
+        return call.succeed(); // data the command would send has no phase to go in
+    });
+}
+
+std::int32_t linkTransactData(std::uint32_t handle, const std::uint8_t *frame, std::uint8_t *reply, void *data,
+                              std::int32_t length, std::int32_t *err)
+{
+    return withCamera(handle, err, [&](VcamCamera &cam) {
+        Call call(cam, VCAM_CALL_TRANSACT_DATA, static_cast<std::uint32_t>(length), err);
+        if (call.faulted())
+            return call.failInjected();
+        if (frame == nullptr || reply == nullptr || length < 0 || (data == nullptr && length != 0))
+            return call.fail(VCAM_ERR_BAD_FRAME);
+        vcam::Frame f = vcam::readFrame(4, frame);
+        call.command(f);
+        vcam::Answer a = cam.model.command(f.code, f.first, f.second);
+        std::size_t have = a.bulk ? a.bulk->size() : 0;
+        if (static_cast<std::size_t>(length) > have)
+            return call.fail(VCAM_ERR_TIMEOUT); // the data phase never completes
+        if (length != 0)
+            std::memcpy(data, a.bulk->data(), static_cast<std::size_t>(length));
+        vcam::writeFrame(4, {replyCode(cam, f.code), a.value1, a.value2}, reply);
+        return call.succeed();
+    });
+}
+
+} // namespace
+
+extern "C" {
+
+VCAM_API void vcam_default_config(VcamConfig *cfg, uint32_t model, uint32_t linkType)
+{
+    if (cfg == nullptr)
+        return;
+    *cfg = VcamConfig{};
+    cfg->model = model == VCAM_K5C ? VCAM_K5C : VCAM_K5;
+    cfg->linkType = linkType;
+    cfg->modelCode = cfg->model == VCAM_K5C ? 0x0501 : 0x0500;
+    cfg->sensorKind = 2;
+    cfg->firmwareVersion = 120;
+    cfg->cameraNumber = 1;
+    cfg->powerMode = 0;
+}
+
+VCAM_API VcamCamera *vcam_create(const VcamConfig *cfg)
+{
+    if (cfg == nullptr)
+        return nullptr;
+    Registry &r = registry();
+    std::lock_guard<std::mutex> g(r.lock);
+    VcamConfig config = *cfg;
+    if (config.hostArg == 0)
+        config.hostArg = (config.cameraNumber & 0xFF) | (r.nextSerial++ << 8);
+    for (auto &[h, cam] : r.byHandle)
+        if (cam->config.hostArg == config.hostArg)
+            return nullptr;
+    std::uint32_t handle = r.nextHandle++;
+    auto cam = std::make_shared<VcamCamera>(config, handle);
+    InterfaceTable &t = cam->table;
+    t.type = config.linkType;
+    t.inUseWord = 1;
+    t.Open = linkOpen;
+    t.Close = linkClose;
+    t.Send = linkSend;
+    t.Receive = linkReceive;
+    t.Reset = linkReset;
+    t.armTransfer = linkArm;
+    t.awaitTransfer = linkAwait;
+    t.Transact = linkTransact;
+    t.TransactData = linkTransactData;
+    r.byHandle[handle] = cam;
+    return cam.get();
+}
+
+VCAM_API void vcam_destroy(VcamCamera *cam)
+{
+    if (cam == nullptr)
+        return;
+    CameraPtr keep;
+    Registry &r = registry();
+    {
+        std::lock_guard<std::mutex> g(r.lock);
+        auto it = r.byHandle.find(cam->handle);
+        if (it == r.byHandle.end())
+            return;
+        keep = std::move(it->second);
+        r.byHandle.erase(it);
+    }
+    // keep goes out of scope here; calls in progress hold their own reference.
+}
+
+VCAM_API const InterfaceTable *vcam_interface(const VcamCamera *cam)
+{
+    return cam != nullptr ? &cam->table : nullptr;
+}
+
+VCAM_API uint32_t vcam_host_arg(const VcamCamera *cam)
+{
+    return cam != nullptr ? cam->config.hostArg : 0;
+}
+
+VCAM_API void vcam_get_config(const VcamCamera *cam, VcamConfig *out)
+{
+    if (cam != nullptr && out != nullptr)
+        *out = cam->config;
+}
+
+VCAM_API size_t vcam_trace_size(const VcamCamera *cam)
+{
+    if (cam == nullptr)
+        return 0;
+    std::lock_guard<std::mutex> g(const_cast<VcamCamera *>(cam)->lock);
+    return cam->trace.size();
+}
+
+VCAM_API int vcam_trace_entry(const VcamCamera *cam, size_t index, VcamTraceEntry *out)
+{
+    if (cam == nullptr || out == nullptr)
+        return 0;
+    std::lock_guard<std::mutex> g(const_cast<VcamCamera *>(cam)->lock);
+    if (index >= cam->trace.size())
+        return 0;
+    *out = cam->trace[index];
+    return 1;
+}
+
+VCAM_API uint32_t vcam_call_count(const VcamCamera *cam, VcamCall call)
+{
+    if (cam == nullptr || static_cast<unsigned>(call) >= VCAM_CALL_COUNT)
+        return 0;
+    std::lock_guard<std::mutex> g(const_cast<VcamCamera *>(cam)->lock);
+    return cam->counts[call];
+}
+
+VCAM_API size_t vcam_commands(const VcamCamera *cam, CameraCommand *out, size_t max)
+{
+    if (cam == nullptr)
+        return 0;
+    std::lock_guard<std::mutex> g(const_cast<VcamCamera *>(cam)->lock);
+    if (out != nullptr)
+        for (size_t i = 0; i < max && i < cam->commands.size(); ++i)
+            out[i] = cam->commands[i];
+    return cam->commands.size();
+}
+
+VCAM_API void vcam_trace_clear(VcamCamera *cam)
+{
+    if (cam == nullptr)
+        return;
+    std::lock_guard<std::mutex> g(cam->lock);
+    cam->trace.clear();
+    cam->commands.clear();
+    std::fill(std::begin(cam->counts), std::end(cam->counts), 0u);
+}
+
+VCAM_API void vcam_fail_calls(VcamCamera *cam, VcamCall call, uint32_t nth, uint32_t count, int32_t code)
+{
+    if (cam == nullptr || static_cast<unsigned>(call) >= VCAM_CALL_COUNT)
+        return;
+    std::lock_guard<std::mutex> g(cam->lock);
+    std::uint32_t first = cam->seen[call] + (nth == 0 ? 1 : nth);
+    std::uint32_t last = count == 0 ? 0xFFFFFFFFu : first + count - 1;
+    cam->faults[call].push_back({first, last, code != 0 ? code : VCAM_ERR_INJECTED});
+}
+
+VCAM_API void vcam_override_reply_code(VcamCamera *cam, uint16_t command, uint16_t replyCode)
+{
+    if (cam == nullptr)
+        return;
+    std::lock_guard<std::mutex> g(cam->lock);
+    if (replyCode == 0)
+        cam->replyOverride.erase(command);
+    else
+        cam->replyOverride[command] = replyCode;
+}
+
+VCAM_API void vcam_set_link_delay(VcamCamera *cam, uint32_t milliseconds)
+{
+    if (cam == nullptr)
+        return;
+    std::lock_guard<std::mutex> g(cam->lock);
+    cam->config.linkDelayMs = milliseconds;
+}
+
+VCAM_API void vcam_clear_faults(VcamCamera *cam)
+{
+    if (cam == nullptr)
+        return;
+    std::lock_guard<std::mutex> g(cam->lock);
+    for (auto &f : cam->faults)
+        f.clear();
+    cam->replyOverride.clear();
+}
+
+} // extern "C"
