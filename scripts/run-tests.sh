@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the Linux build, an AddressSanitizer +
+# UndefinedBehaviorSanitizer build, and the Windows DLL under Wine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/ensure-packages.sh cmake ninja-build g++ libgomp1 googletest libgtest-dev \
+  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64
+
+jobs=$(nproc)
+passed=0
+failed=0
+broken=0
+run_suite() { # name, build dir, cmake arguments...
+  local name=$1 dir=$2
+  shift 2
+  echo "=== $name"
+  if ! cmake -S . -B "$dir" -G Ninja "$@" >/dev/null || ! cmake --build "$dir" -j "$jobs"; then
+    echo "=== $name: build failed"
+    broken=$((broken + 1))
+    return
+  fi
+  local log="$dir/ctest.log"
+  (cd "$dir" && ctest --output-on-failure -j "$jobs") 2>&1 | tee "$log" || true
+  local line total bad
+  line=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1 || true)
+  if [ -z "$line" ]; then
+    broken=$((broken + 1))
+    return
+  fi
+  bad=$(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\1/' <<<"$line")
+  total=$(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\2/' <<<"$line")
+  passed=$((passed + total - bad))
+  failed=$((failed + bad))
+}
+
+run_suite "Linux" build -DCMAKE_BUILD_TYPE=Release
+run_suite "Linux, AddressSanitizer + UndefinedBehaviorSanitizer" build-asan \
+  -DCMAKE_BUILD_TYPE=Debug -DQUORIN_SANITIZE=ON
+
+# Wine keeps its own prefix inside the build tree and stays quiet.
+export WINEPREFIX="$PWD/build-win/wineprefix" WINEDEBUG=-all
+mkdir -p build-win
+[ -d "$WINEPREFIX" ] || wineboot --init >/dev/null 2>&1 || true
+run_suite "Windows DLL under Wine" build-win -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake
+
+[ "$broken" -eq 0 ] || echo "$broken suite(s) did not build or run"
+echo "all: $passed passed, $failed failed"
+[ "$failed" -eq 0 ] && [ "$broken" -eq 0 ]
