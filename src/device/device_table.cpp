@@ -53,7 +53,7 @@ template <typename F> void forEachLut(std::uint32_t deviceNo, F f)
 
 } // namespace
 
-void allocateDeviceBuffers(std::uint32_t deviceNo)
+bool allocateDeviceBuffers(std::uint32_t deviceNo)
 {
     auto &b = g_state.buffers;
     commit(b.rawFrameBuffer[deviceNo], kRawFrameBytes);
@@ -74,6 +74,11 @@ void allocateDeviceBuffers(std::uint32_t deviceNo)
             for (std::size_t i = 0; i < kLutEntries; ++i)
                 table[i] = static_cast<std::uint16_t>(i);
     }
+    bool complete = b.rawFrameBuffer[deviceNo] && b.rgbImage[deviceNo] && b.previousFrame[deviceNo] &&
+                    b.workImage[deviceNo] && b.darkFrame[deviceNo] && b.gainTableA[deviceNo] &&
+                    b.gainTableB[deviceNo] && b.outputCache[deviceNo];
+    forEachLut(deviceNo, [&](std::uint16_t *&table) { complete = complete && table != nullptr; });
+    return complete;
 }
 
 void releaseDeviceBuffers(std::uint32_t deviceNo)

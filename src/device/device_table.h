@@ -106,6 +106,7 @@ struct DeviceRecord {
     std::uint32_t defectList[kMaxDefects];
 
     // Cached capability state.
+    std::uint32_t channelNumber;
     ChannelSettings channelSettings[2];
     ImageGeometry geometry[2]; // live, memory
     ModeTableEntry modeTable[21]; // index 1..20
@@ -169,7 +170,8 @@ bool deviceUsable(std::uint32_t deviceNo);
 
 // Allocates the buffers of a slot whose pointers are still null, zeroes the
 // five that are cleared at every open and sets the free tables to identity.
-void allocateDeviceBuffers(std::uint32_t deviceNo);
+// Returns false when memory ran out (the buffers obtained stay allocated).
+bool allocateDeviceBuffers(std::uint32_t deviceNo);
 // Releases every buffer of a slot and nulls its pointers.
 void releaseDeviceBuffers(std::uint32_t deviceNo);
 

@@ -1,4 +1,7 @@
 // The lifecycle exports, the interface registry and the unload hook.
+#include "caps/operating_mode.h"
+#include "data/registry_settings.h"
+#include "data/settings_files.h"
 #include "device/device_table.h"
 #include "device/startup.h"
 #include "link/transaction.h"
@@ -158,11 +161,16 @@ extern "C" int32_t DEV_CloseDevice(uint32_t deviceNo, int32_t *err)
     DeviceRecord &rec = g_state.devices[deviceNo];
     const std::uint32_t index = rec.interfaceIndex;
 
+    if (rec.operatingStatus == kPlaybackStatus)
+        setOperatingMode(deviceNo, kHostLive, err);
+
     CameraCommand powerDown{144, rec.powerMode == 1 ? 1u : 0u, 0};
     CommandReply reply{};
     link::sendCommand(deviceNo, &powerDown, &reply, err);
 
+    saveFreeLut(deviceNo);
     releaseDeviceBuffers(deviceNo);
+    saveSettings(deviceNo);
 
     InterfaceTable &entry = g_state.interfaces[index];
     if (entry.Close != nullptr)

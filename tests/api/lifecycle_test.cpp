@@ -119,6 +119,7 @@ TEST_F(Lifecycle, TenCodesFillTheRegistryAndAnEleventhIsRefused)
     std::vector<std::uint32_t> devs;
     for (std::uint32_t code = 20; code < 30; ++code) {
         cams.push_back(std::make_unique<VirtualCamera>(VCAM_K5, code));
+        vcam_fail_calls(cams.back()->get(), VCAM_CALL_RECEIVE, 1, 0, 0); // a quick, failing start-up
         devs.push_back(testing_support::openCamera(*cams.back()));
     }
     VirtualCamera extra(VCAM_K5, 30);
@@ -135,7 +136,11 @@ TEST_F(Lifecycle, TenCodesFillTheRegistryAndAnEleventhIsRefused)
 
 TEST_F(Lifecycle, SixtyFourSlotsThenTheCallersNumberDecides)
 {
+    // A camera that never answers: each open takes its slot at once (the
+    // start-up fails, the open does not).
     VirtualCamera cam(VCAM_K5, 4);
+    vcam_fail_calls(cam.get(), VCAM_CALL_TRANSACT, 1, 0, 0);
+    vcam_fail_calls(cam.get(), VCAM_CALL_TRANSACT_DATA, 1, 0, 0);
     for (std::uint32_t i = 0; i < 64; ++i)
         EXPECT_EQ(testing_support::openCamera(cam), i);
     std::uint32_t opens = cam.calls(VCAM_CALL_OPEN);

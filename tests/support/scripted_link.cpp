@@ -131,6 +131,13 @@ ScriptedLink::ScriptedLink(std::uint32_t type)
     table_.TransactData = sTransactData;
 }
 
+void ScriptedLink::clearRecord()
+{
+    sent.clear();
+    receiveLengths.clear();
+    opens = closes = resets = transacts = transactDatas = awaits = 0;
+}
+
 ScriptedLink::~ScriptedLink()
 {
     if (active == this)

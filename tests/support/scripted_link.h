@@ -40,6 +40,9 @@ public:
     std::vector<std::uint8_t> transactReply = std::vector<std::uint8_t>(10, 0);
     bool transactResult = true;
 
+    // Forgets what was sent and counted so far (the script stays).
+    void clearRecord();
+
     static ScriptedLink *active;
 
 private:

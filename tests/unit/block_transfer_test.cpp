@@ -6,6 +6,8 @@
 #include "link_fixture.h"
 #include "vcam/vcam.h"
 
+#include <algorithm>
+
 using namespace quorin::link;
 using testing_support::ScriptedLink;
 using testing_support::VirtualCamera;
@@ -145,10 +147,10 @@ TEST_F(BlockTransfer, VirtualCameraFillsTheArmedBufferAfterTheAnnounce)
     CommandReply reply{};
     ASSERT_EQ(sendCommand(dev, &announce, &reply, &err), 1u);
     EXPECT_EQ(reply.code, 204);
-    CameraCommand image{185, 1, 1};
+    CameraCommand image{183, 0, 0x00010000}; // a live frame of the full sensor
     ASSERT_EQ(sendCommand(dev, &image, &reply, &err), 1u);
     EXPECT_EQ(completeTransfer(dev, &err), 1u);
-    EXPECT_NE(buf[0], 0);
+    EXPECT_NE(std::count(buf.begin(), buf.end(), 0), static_cast<std::ptrdiff_t>(buf.size()));
 
     // Without a matching announce the armed read never completes.
     ASSERT_EQ(entry.armTransfer(quorin::device(dev).linkHandle, buf.data(), kBytes, &a, &b, &err), 1);

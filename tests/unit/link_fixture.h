@@ -34,6 +34,9 @@ protected:
         std::uint32_t deviceNo = 99;
         std::int32_t err = 0;
         EXPECT_EQ(DEV_OpenDevice(table.type, &table, hostArg, &deviceNo, &err), 1);
+        // What the test looks at starts after the camera's start-up.
+        if (auto *link = testing_support::ScriptedLink::active)
+            link->clearRecord();
         return deviceNo;
     }
 

@@ -17,6 +17,7 @@ struct Answer {
     std::uint32_t value1 = 0;
     std::uint32_t value2 = 0;
     Bulk bulk;                         // data sent after the reply
+    bool imageData = false;            // bulk travels the image channel
     std::uint32_t blocksExpected = 0; // 1024-byte blocks the camera then waits for
 };
 
@@ -45,13 +46,21 @@ public:
 
     const VcamConfig &config() const { return config_; }
 
+    std::uint32_t statusWord() const { return statusWord_; }
+
 private:
     Answer calibrationImage(std::uint32_t which);
+    Answer imageFrame();
+    std::uint32_t readStatus();
 
     VcamConfig config_;
+    std::vector<std::uint32_t> defects_;
     std::uint32_t linkType_;
-    std::uint32_t statusWord_ = 0; // top byte 0x04 while playing back
+    std::uint32_t statusWord_ = 0; // top byte: 0 live, 1-3 recording states, 4 playback
+    std::uint32_t settleLeft_ = 0;
+    std::uint32_t resolution_ = 0x04000400;
     Bulk calibration_[2];
+    Bulk frame_;
 };
 
 } // namespace vcam

@@ -159,9 +159,11 @@ void queueFrame(VcamCamera &cam, const vcam::Frame &reply)
 
 // Sends bulk data the way the link carries it: into an announced armed
 // transfer on type 3, otherwise into the byte stream for Receive.
-void deliverBulk(VcamCamera &cam, const vcam::Bulk &bulk)
+void deliverBulk(VcamCamera &cam, const vcam::Bulk &bulk, bool imageData)
 {
-    if (cam.config.linkType == 3 && cam.announced && cam.armedBuffer != nullptr) {
+    if (cam.config.linkType == 3 && imageData) {
+        if (!cam.announced || cam.armedBuffer == nullptr)
+            return; // nobody listens on the image channel
         std::size_t n = std::min<std::size_t>(bulk->size(), cam.armedLength);
         std::memcpy(cam.armedBuffer, bulk->data(), n);
         cam.transferDone = n == cam.armedLength;
@@ -184,7 +186,7 @@ void runCommand(VcamCamera &cam, const vcam::Frame &f)
     if (a.replies)
         queueFrame(cam, {replyCode(cam, f.code), a.value1, a.value2});
     if (a.bulk)
-        deliverBulk(cam, a.bulk);
+        deliverBulk(cam, a.bulk, a.imageData);
 }
 
 std::int32_t linkOpen(std::uint32_t hostArg, std::uint32_t *outHandle, std::int32_t *err)
@@ -391,6 +393,16 @@ VCAM_API void vcam_default_config(VcamConfig *cfg, uint32_t model, uint32_t link
     cfg->firmwareVersion = 120;
     cfg->cameraNumber = 1;
     cfg->powerMode = 0;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c)
+            cfg->colourMatrix[r][c] = r == c ? 320 : 32;
+    for (uint32_t i = 0; i < 20; ++i)
+        for (uint32_t k = 0; k < 6; ++k)
+            cfg->modeTable[i][k] = (i + 1) * 1000 + k;
+    for (uint32_t k = 0; k < 5; ++k)
+        cfg->extraWords[k] = 100 + k;
+    cfg->modeWord79 = 0x79;
+    cfg->settlePolls = 2;
 }
 
 VCAM_API VcamCamera *vcam_create(const VcamConfig *cfg)

@@ -19,9 +19,16 @@
  * it in every later call. The camera decodes each frame as its link type
  * frames it (12-byte frames on type 2, 10-byte frames otherwise), answers
  * with the reply code a camera gives (command + 48 below 112, command + 16
- * from 112 on), and delivers bulk data by the next Receive (types other than
- * 3 and 4), into the buffer armed with armTransfer once command 188 has
- * announced it (type 3), or through TransactData (type 4).
+ * from 112 on), and delivers bulk data through TransactData on type 4;
+ * on type 3 image data goes into the buffer armed with armTransfer once
+ * command 188 has announced it (and is lost otherwise), while calibration
+ * images come by Receive; every other type delivers all bulk data by the
+ * next Receive.
+ *
+ * The camera keeps an operating mode (live, playback, recording states)
+ * that commands 114, 160, 161 and 162 move and command 18 reports; it
+ * answers the identification, calibration and table commands a library
+ * sends when it opens a camera.
  *
  * Each camera keeps a trace of every host call and of every command it
  * decoded, and injects faults on request.
@@ -72,6 +79,14 @@ typedef struct VcamConfig {
     uint32_t cameraNumber;    /**< value of command 43 */
     uint32_t powerMode;       /**< value of command 54 */
     uint32_t linkDelayMs;     /**< pause added to every link call */
+    uint16_t colourMatrix[3][3]; /**< magnitudes of the colour matrix (command 74), 256 = 1.0 */
+    uint32_t modeTable[20][6];   /**< answers of command 70 for entries 1..20: A1 A2 B1 B2 C1 C2 */
+    uint32_t extraWords[5];      /**< answers of commands 75 (two pairs) and 77 */
+    uint32_t modeWord79;         /**< answer of command 79 */
+    uint32_t settlePolls;        /**< status reads that still show the recording state after command 162 */
+    uint32_t defectCount;        /**< number of entries in defects */
+    const uint32_t *defects;     /**< flagged pixels of calibration image B, (column << 16) | row;
+                                      copied by vcam_create */
 } VcamConfig;
 
 /** One host call seen by a camera. */
@@ -101,7 +116,9 @@ typedef enum VcamCall {
 typedef struct VcamCamera VcamCamera;
 
 /** Fills cfg with a camera of the given model on the given link type:
- *  firmware 120, camera number 1, power mode 0, sensor kind 2. */
+ *  firmware 120, camera number 1, power mode 0, sensor kind 2, a colour
+ *  matrix of 1.25 on the diagonal and 0.125 elsewhere, a table of modes,
+ *  two status reads to settle after a recording, and no defect pixels. */
 VCAM_API void vcam_default_config(VcamConfig *cfg, uint32_t model, uint32_t linkType);
 
 /** Creates a camera; returns NULL when cfg is NULL or the host argument is taken. */
