@@ -247,7 +247,7 @@ bool openKey(const char *path, RegistryKey *key, bool create)
     try {
         RegistryDocument doc = loadRegistry();
         const RegistryFileKey *found = doc.find(path);
-        if (found == nullptr && !create)
+        if (!create && !doc.exists(path))
             return false;
         auto k = std::make_unique<OpenKey>();
         k->path = path;

@@ -224,6 +224,16 @@ const RegistryFileKey *RegistryDocument::find(std::string_view path) const
     return nullptr;
 }
 
+bool RegistryDocument::exists(std::string_view path) const
+{
+    for (const auto &k : keys_)
+        if (sameName(k.path, path) ||
+            (k.path.size() > path.size() && k.path[path.size()] == '\\' &&
+             sameName(std::string_view(k.path).substr(0, path.size()), path)))
+            return true;
+    return false;
+}
+
 RegistryFileKey &RegistryDocument::findOrCreate(std::string_view path)
 {
     for (auto &k : keys_)

@@ -44,6 +44,9 @@ public:
     std::string serialise() const;
 
     const RegistryFileKey *find(std::string_view path) const;
+    // Whether a key exists at path, stored itself or as the parent of a
+    // stored key (as the registry keeps every level of a created path).
+    bool exists(std::string_view path) const;
     RegistryFileKey &findOrCreate(std::string_view path);
     const std::vector<RegistryFileKey> &keys() const { return keys_; }
 
