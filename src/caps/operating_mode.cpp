@@ -49,16 +49,23 @@ std::uint32_t leavePlayback(std::uint32_t deviceNo, std::int32_t *err)
     return command(deviceNo, 125, 0, rec.channelNumber << 24, &reply, err);
 }
 
+// Whether the first recorded frame, which the camera sends when playback
+// starts, fits the device's frame buffer (link type 3 reads none).
+bool playbackFrameFits(std::uint32_t deviceNo)
+{
+    const DeviceRecord &rec = device(deviceNo);
+    if (deviceInterface(deviceNo).type == 3)
+        return true;
+    return g_state.buffers.rawFrameBuffer[deviceNo] != nullptr &&
+           (liveFrameBytes(rec) != 0 || rec.channelSettings[0].resolution == 0);
+}
+
 std::uint32_t enterPlayback(std::uint32_t deviceNo, std::int32_t *err)
 {
     const DeviceRecord &rec = device(deviceNo);
     const std::uint32_t type = deviceInterface(deviceNo).type;
     std::uint8_t *frame = g_state.buffers.rawFrameBuffer[deviceNo];
     const std::uint32_t bytes = liveFrameBytes(rec);
-    if (frame == nullptr || (bytes == 0 && rec.channelSettings[0].resolution != 0)) {
-        *err = QUORIN_ERR_NOT_ALLOWED;
-        return 0;
-    }
     CameraCommand first{178, 1, 0x01000000u};
     CommandReply reply{};
     if (type == 4)
@@ -71,13 +78,13 @@ std::uint32_t enterPlayback(std::uint32_t deviceNo, std::int32_t *err)
 }
 
 // Polls the camera until it stops reporting 8, within the settle timeout.
+// A failed read reports 0 and so ends the wait like any other answer.
 std::uint32_t awaitSettled(std::uint32_t deviceNo, std::int32_t *err)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kModeSettleTimeoutMs);
     for (;;) {
         std::uint32_t mode = 0;
-        if (!readCameraMode(deviceNo, &mode, err))
-            return 0;
+        readCameraMode(deviceNo, &mode, err);
         if (mode != kHostMode8)
             return 1;
         if (std::chrono::steady_clock::now() >= deadline) {
@@ -139,23 +146,23 @@ std::uint32_t setOperatingMode(std::uint32_t deviceNo, std::uint32_t hostCode, s
     };
     constexpr Target kTargets[] = {
         {kHostLive, 0}, {kHostPlayback, kPlaybackStatus}, {kHostMode2, kMode1}, {kHostMode4, kMode2}, {kHostMode8, kMode3}};
+    DeviceRecord &rec = device(deviceNo);
+    CommandReply reply{};
+    if (!command(deviceNo, 18, 0, 0, &reply, err))
+        return 0;
+    const std::uint32_t t = reply.value1 & kTopByte;
+
     std::uint32_t newMode = 0;
     bool known = false;
-    for (const Target &t : kTargets)
-        if (t.host == hostCode) {
-            newMode = t.mode;
+    for (const Target &target : kTargets)
+        if (target.host == hostCode) {
+            newMode = target.mode;
             known = true;
         }
     if (!known) {
         *err = QUORIN_ERR_OUT_OF_RANGE;
         return 0;
     }
-
-    DeviceRecord &rec = device(deviceNo);
-    CommandReply reply{};
-    if (!command(deviceNo, 18, 0, 0, &reply, err))
-        return 0;
-    const std::uint32_t t = reply.value1 & kTopByte;
 
     std::uint16_t code = 0;
     std::uint32_t base = 0, p2 = 0;
@@ -194,13 +201,18 @@ std::uint32_t setOperatingMode(std::uint32_t deviceNo, std::uint32_t hostCode, s
         break;
     }
 
+    const bool entering = newMode == kPlaybackStatus && t != kPlaybackStatus;
+    if (code != 0 && entering && !playbackFrameFits(deviceNo)) {
+        *err = QUORIN_ERR_NOT_ALLOWED; // refused before the camera is told anything
+        return 0;
+    }
     if (code != 0) {
         if (!command(deviceNo, code, base | rec.statusBits, p2, &reply, err))
             return 0;
         if (t == kPlaybackStatus && newMode < kPlaybackStatus) {
             if (!leavePlayback(deviceNo, err))
                 return 0;
-        } else if (newMode == kPlaybackStatus && t != kPlaybackStatus) {
+        } else if (entering) {
             if (!enterPlayback(deviceNo, err))
                 return 0;
         }

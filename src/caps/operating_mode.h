@@ -23,7 +23,8 @@ std::uint32_t readCameraMode(std::uint32_t deviceNo, std::uint32_t *value, std::
 std::uint32_t setOperatingMode(std::uint32_t deviceNo, std::uint32_t hostCode, std::int32_t *err);
 
 // How long a mode change waits for the camera to leave the recording state
-// it reports as 8 before giving up with 11.
+// it reports as 8 before giving up with 11 (the camera normally settles
+// within a few status reads).
 constexpr std::uint32_t kModeSettleTimeoutMs = 5000;
 
 } // namespace quorin

@@ -139,8 +139,9 @@ extern "C" int32_t DEV_OpenDevice(uint32_t interfaceCode, const InterfaceTable *
 
     runStartup(deviceNo, err); // an open succeeds even when start-up fails
 
-    entry.refCount += 1;
-    g_state.openCount += 1;
+    // The host's starting count may be anything: count with wrap-around.
+    entry.refCount = static_cast<std::int32_t>(static_cast<std::uint32_t>(entry.refCount) + 1u);
+    g_state.openCount = static_cast<std::int32_t>(static_cast<std::uint32_t>(g_state.openCount) + 1u);
     return 1;
 }
 
@@ -177,9 +178,9 @@ extern "C" int32_t DEV_CloseDevice(uint32_t deviceNo, int32_t *err)
         entry.Close(rec.linkHandle, err);
 
     std::memset(&rec, 0, sizeof rec);
-    entry.refCount -= 1;
+    entry.refCount = static_cast<std::int32_t>(static_cast<std::uint32_t>(entry.refCount) - 1u);
     if (entry.refCount < 1)
         std::memset(&entry, 0, sizeof entry);
-    g_state.openCount -= 1;
+    g_state.openCount = static_cast<std::int32_t>(static_cast<std::uint32_t>(g_state.openCount) - 1u);
     return 1;
 }

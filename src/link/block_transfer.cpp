@@ -43,7 +43,7 @@ std::uint32_t transactData(std::uint32_t deviceNo, const CameraCommand *command,
     if (!hasFunction(reinterpret_cast<const void *>(entry.TransactData), err))
         return 0;
     std::uint8_t frame[kMaxFrameLength];
-    std::uint8_t answer[kMaxFrameLength];
+    std::uint8_t answer[kMaxFrameLength] = {};
     encodeCommand(4, *command, frame);
     if (!entry.TransactData(device(deviceNo).linkHandle, frame, answer, data, length, err))
         return 0;

@@ -24,10 +24,17 @@ bool hasFunction(const void *function, std::int32_t *err)
 
 namespace {
 
-bool linkFunctionsPresent(const InterfaceTable &entry, std::int32_t *err)
+// Whether the host gave the functions a transaction will call.
+bool canTransact(const InterfaceTable &entry, bool readsReply, std::int32_t *err)
 {
     return hasFunction(reinterpret_cast<const void *>(entry.Send), err) &&
-           hasFunction(reinterpret_cast<const void *>(entry.Receive), err);
+           (!readsReply || hasFunction(reinterpret_cast<const void *>(entry.Receive), err));
+}
+
+// On link type 3 these commands are taken without an answer.
+bool unansweredOnType3(const CameraCommand &command)
+{
+    return (command.code == 145 && (command.p1 == 2 || command.p1 == 3)) || command.code == 157;
 }
 
 } // namespace
@@ -41,7 +48,7 @@ std::uint32_t sendCommand(std::uint32_t deviceNo, const CameraCommand *command, 
     const std::uint32_t type = entry.type;
 
     std::uint8_t frame[kMaxFrameLength];
-    std::uint8_t answer[kMaxFrameLength];
+    std::uint8_t answer[kMaxFrameLength] = {};
     const std::uint32_t length = frameLength(type);
     encodeCommand(type, *command, frame);
 
@@ -54,7 +61,7 @@ std::uint32_t sendCommand(std::uint32_t deviceNo, const CameraCommand *command, 
         return 1;
     }
 
-    if (!linkFunctionsPresent(entry, err))
+    if (!canTransact(entry, !(type == 3 && unansweredOnType3(*command)), err))
         return 0;
     bool answeredWithoutReply = false;
     std::uint32_t ok = withRetries(entry, handle, err, [&]() -> bool {
@@ -62,12 +69,9 @@ std::uint32_t sendCommand(std::uint32_t deviceNo, const CameraCommand *command, 
             return false;
         if (type == 3) {
             platform::sleepMs(kType3SendPauseMs);
-            if (command->code == 145 && (command->p1 == 2 || command->p1 == 3)) {
-                answeredWithoutReply = true;
-                return true;
-            }
-            if (command->code == 157) {
-                platform::sleepMs(kType3Command157PauseMs);
+            if (unansweredOnType3(*command)) {
+                if (command->code == 157)
+                    platform::sleepMs(kType3Command157PauseMs);
                 answeredWithoutReply = true;
                 return true;
             }
@@ -116,15 +120,15 @@ std::uint32_t sendCommandWithData(std::uint32_t deviceNo, const CameraCommand *c
     if (payloadLength != 0)
         std::memcpy(buffer + headerLength, payload, payloadLength);
 
-    std::uint8_t answer[kMaxFrameLength];
-    std::uint32_t ok = linkFunctionsPresent(entry, err) ? withRetries(entry, handle, err, [&]() -> bool {
+    std::uint8_t answer[kMaxFrameLength] = {};
+    std::uint32_t ok = canTransact(entry, true, err) ? withRetries(entry, handle, err, [&]() -> bool {
         if (!entry.Send(handle, buffer, total, err))
             return false;
         if (type == 3)
             platform::sleepMs(kType3SendPauseMs);
         return entry.Receive(handle, answer, replyLength, err) != 0;
     })
-                                                        : 0;
+                                                     : 0;
     std::free(buffer);
     if (!ok)
         return 0;

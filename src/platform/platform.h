@@ -49,7 +49,7 @@ using RegistryKey = void *;
 // Opens (creating it when absent) the key at path below the current user's
 // root. Path components are separated by single backslashes.
 bool registryCreateKey(const char *path, RegistryKey *key);
-// Opens an existing key; fails when it does not exist.
+// Opens an existing key for reading; fails when it does not exist.
 bool registryOpenKey(const char *path, RegistryKey *key);
 // Reads a value. On entry *size is the capacity of data; when the stored
 // value is larger the call fails and *size is set to the stored size. On

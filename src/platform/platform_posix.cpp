@@ -205,7 +205,10 @@ bool replaceFile(const std::string &path, const void *bytes, std::size_t size)
         p += n;
         left -= static_cast<std::size_t>(n);
     }
-    ok = ok && fchmod(fd, 0644) == 0 && fsync(fd) == 0;
+    // The new file takes the old one's permissions, or the usual ones.
+    struct stat old;
+    mode_t mode = stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : 0644;
+    ok = ok && fchmod(fd, mode) == 0 && fsync(fd) == 0;
     ok = (close(fd) == 0) && ok;
     if (ok && std::rename(tmpl.c_str(), path.c_str()) == 0)
         return true;
@@ -223,19 +226,24 @@ std::string registryFolder()
     return base.empty() ? base : base + "/kavrion";
 }
 
-RegistryDocument loadRegistry()
+RegistryDocument loadRegistry(bool *damaged = nullptr)
 {
     std::string folder = registryFolder();
     std::string text;
-    if (folder.empty() || !readWholeFile(folder + "/registry.reg", text))
-        return {};
-    return RegistryDocument::parse(text);
+    bool wellFormed = true;
+    RegistryDocument doc;
+    if (!folder.empty() && readWholeFile(folder + "/registry.reg", text))
+        doc = RegistryDocument::parse(text, &wellFormed);
+    if (damaged != nullptr)
+        *damaged = !wellFormed;
+    return doc;
 }
 
 // An open key: the values as they were read at open plus the changes made
 // through it, which are merged into the file when the key is closed.
 struct OpenKey {
     std::string path;
+    bool writable; // opened by registryCreateKey
     RegistryFileKey view;
     std::vector<RegistryValue> changes;
 };
@@ -251,6 +259,7 @@ bool openKey(const char *path, RegistryKey *key, bool create)
             return false;
         auto k = std::make_unique<OpenKey>();
         k->path = path;
+        k->writable = create;
         if (found != nullptr)
             k->view = *found;
         k->view.path = path;
@@ -303,7 +312,7 @@ bool registrySetValue(RegistryKey key, const char *name, std::uint32_t type, con
                       std::uint32_t size)
 {
     auto *k = static_cast<OpenKey *>(key);
-    if (k == nullptr || name == nullptr || (data == nullptr && size != 0))
+    if (k == nullptr || !k->writable || name == nullptr || (data == nullptr && size != 0))
         return false;
     try {
         RegistryValue v{name, type, std::vector<std::uint8_t>(data, data + size)};
@@ -318,13 +327,13 @@ bool registrySetValue(RegistryKey key, const char *name, std::uint32_t type, con
 void registryCloseKey(RegistryKey key)
 {
     std::unique_ptr<OpenKey> k(static_cast<OpenKey *>(key));
-    if (!k)
-        return;
+    if (!k || !k->writable)
+        return; // reading never writes the file
     try {
         // A created key is kept even without values, as the system registry keeps it.
-        RegistryDocument doc = loadRegistry();
-        bool existed = doc.find(k->path) != nullptr;
-        if (existed && k->changes.empty())
+        bool damaged = false;
+        RegistryDocument doc = loadRegistry(&damaged);
+        if (doc.exists(k->path) && k->changes.empty())
             return;
         RegistryFileKey &target = doc.findOrCreate(k->path);
         for (auto &v : k->changes)
@@ -332,8 +341,11 @@ void registryCloseKey(RegistryKey key)
         std::string folder = registryFolder();
         if (folder.empty() || !makeDirectories(folder))
             return;
+        const std::string file = folder + "/registry.reg";
+        if (damaged) // keep what could not be read, rather than write over it
+            std::rename(file.c_str(), (file + ".damaged").c_str());
         std::string text = doc.serialise();
-        replaceFile(folder + "/registry.reg", text.data(), text.size());
+        replaceFile(file, text.data(), text.size());
     } catch (...) {
     }
 }

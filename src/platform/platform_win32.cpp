@@ -68,7 +68,7 @@ bool registryCreateKey(const char *path, RegistryKey *key)
 bool registryOpenKey(const char *path, RegistryKey *key)
 {
     HKEY k = nullptr;
-    if (RegOpenKeyExA(HKEY_CURRENT_USER, path, 0, KEY_ALL_ACCESS, &k) != ERROR_SUCCESS)
+    if (RegOpenKeyExA(HKEY_CURRENT_USER, path, 0, KEY_READ, &k) != ERROR_SUCCESS)
         return false;
     *key = k;
     return true;

@@ -172,12 +172,27 @@ std::optional<RegistryValue> parseValue(std::string_view line)
         value.data = std::move(*bytes);
         return value;
     }
+    std::uint32_t stringType = kRegString;
+    if (rest.substr(0, 4) == "str(") {
+        std::size_t close = rest.find("):");
+        if (close == std::string_view::npos || close == 4 || close > 12)
+            return std::nullopt;
+        std::uint32_t t = 0;
+        for (std::size_t i = 4; i < close; ++i) {
+            int d = hexDigit(rest[i]);
+            if (d < 0)
+                return std::nullopt;
+            t = t * 16 + static_cast<std::uint32_t>(d);
+        }
+        stringType = t;
+        rest = rest.substr(close + 2);
+    }
     if (!rest.empty() && rest[0] == '"') {
         std::size_t p = 1;
         auto text = readEscaped(rest, p, '"');
         if (!text || p != rest.size())
             return std::nullopt;
-        value.type = kRegString;
+        value.type = stringType;
         value.data.assign(text->begin(), text->end());
         value.data.push_back(0);
         return value;
@@ -243,11 +258,24 @@ RegistryFileKey &RegistryDocument::findOrCreate(std::string_view path)
     return keys_.back();
 }
 
-RegistryDocument RegistryDocument::parse(std::string_view text)
+RegistryDocument RegistryDocument::parse(std::string_view text, bool *wellFormed)
+{
+    if (text.empty()) {
+        if (wellFormed != nullptr)
+            *wellFormed = true;
+        return {};
+    }
+    std::optional<RegistryDocument> doc = parseText(text);
+    if (wellFormed != nullptr)
+        *wellFormed = doc.has_value();
+    return doc ? std::move(*doc) : RegistryDocument{};
+}
+
+std::optional<RegistryDocument> RegistryDocument::parseText(std::string_view text)
 {
     RegistryDocument doc;
     if (text.empty() || text.back() != '\n')
-        return {}; // empty or cut short
+        return std::nullopt; // empty or cut short
     std::size_t pos = 0;
     bool sawHeader = false;
     RegistryFileKey *current = nullptr;
@@ -269,7 +297,7 @@ RegistryDocument RegistryDocument::parse(std::string_view text)
         std::string_view line = logical;
         if (!sawHeader) {
             if (line != kHeader)
-                return {};
+                return std::nullopt;
             sawHeader = true;
             continue;
         }
@@ -279,19 +307,19 @@ RegistryDocument RegistryDocument::parse(std::string_view text)
             std::size_t p = 1;
             auto path = readEscaped(line, p, ']');
             if (!path)
-                return {};
+                return std::nullopt;
             current = &doc.findOrCreate(*path);
             continue;
         }
         if (current == nullptr)
-            return {};
+            return std::nullopt;
         auto value = parseValue(line);
         if (!value)
-            return {};
+            return std::nullopt;
         current->set(std::move(*value));
     }
     if (!sawHeader)
-        return {};
+        return std::nullopt;
     return doc;
 }
 

@@ -10,10 +10,13 @@
 //
 // Key paths and value names escape backslashes, quotes and control
 // characters C-style; binary values of other types are written hex(N):.
+// Strings ("text", or str(N):"text" as Wine writes expandable strings) are
+// read as the bytes of the text and its terminator.
 // Names match without regard to ASCII case, as the Windows registry does.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,7 +43,8 @@ public:
     // Parses a whole file. Text that is not a complete, well-formed file
     // (no header, a malformed line, no final line feed) yields an empty
     // document.
-    static RegistryDocument parse(std::string_view text);
+    // *wellFormed (when given) tells a damaged file from an empty one.
+    static RegistryDocument parse(std::string_view text, bool *wellFormed = nullptr);
     std::string serialise() const;
 
     const RegistryFileKey *find(std::string_view path) const;
@@ -51,6 +55,8 @@ public:
     const std::vector<RegistryFileKey> &keys() const { return keys_; }
 
 private:
+    static std::optional<RegistryDocument> parseText(std::string_view text);
+
     std::vector<RegistryFileKey> keys_;
 };
 

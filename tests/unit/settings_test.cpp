@@ -8,15 +8,34 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <random>
+#include <string>
 
 using quorin::g_state;
+
+namespace {
+
+// Registry keys outlive a test run on Windows: each run uses camera numbers
+// of its own.
+std::uint32_t freshCameraNumber()
+{
+    std::random_device rd;
+    return 1000 + rd() % 1000000;
+}
+
+std::string cameraKey(std::uint32_t number)
+{
+    return "SOFTWARE\\KAVRION\\QUORIN\\CAM" + std::to_string(number) + "\n";
+}
+
+} // namespace
 
 using Settings = BringUp;
 
 TEST_F(Settings, UserSettingsSurviveACloseAndReopen)
 {
     VcamConfig cfg = config(VCAM_K5C, 7);
-    cfg.cameraNumber = 3;
+    cfg.cameraNumber = freshCameraNumber();
     std::uint32_t dev = openVirtual(cfg);
     auto &rec = g_state.devices[dev];
     EXPECT_EQ(rec.pixelGainMode, 1u) << "defaults without stored settings";
@@ -29,7 +48,8 @@ TEST_F(Settings, UserSettingsSurviveACloseAndReopen)
     close(dev);
 
     quorin::platform::RegistryKey key = nullptr;
-    ASSERT_TRUE(quorin::platform::registryOpenKey("SOFTWARE\\KAVRION\\QUORIN\\CAM3\n", &key));
+    const std::string path = cameraKey(cfg.cameraNumber);
+    ASSERT_TRUE(quorin::platform::registryOpenKey(path.c_str(), &key));
     double gamma = 0;
     std::uint32_t size = 8, type = 0;
     ASSERT_TRUE(quorin::platform::registryQueryValue(key, "LUTUser1GammaR", &type,
@@ -37,7 +57,8 @@ TEST_F(Settings, UserSettingsSurviveACloseAndReopen)
     EXPECT_EQ(type, quorin::platform::kRegBinary);
     EXPECT_EQ(gamma, 0.7);
     quorin::platform::registryCloseKey(key);
-    EXPECT_FALSE(quorin::platform::registryOpenKey("SOFTWARE\\KAVRION\\QUORIN\\CAM3", &key))
+    const std::string withoutLineFeed = path.substr(0, path.size() - 1);
+    EXPECT_FALSE(quorin::platform::registryOpenKey(withoutLineFeed.c_str(), &key))
         << "the key name ends in a line feed";
 
     dev = openVirtual(cfg);
@@ -52,13 +73,13 @@ TEST_F(Settings, UserSettingsSurviveACloseAndReopen)
 TEST_F(Settings, AMissingOrShortValueGivesTheDefaultsForAll)
 {
     VcamConfig cfg = config(VCAM_K5, 7);
-    cfg.cameraNumber = 4;
+    cfg.cameraNumber = freshCameraNumber();
     std::uint32_t dev = openVirtual(cfg);
     g_state.devices[dev].pixelGainMode = 3;
     close(dev);
     // A shorter ContrastR (2 bytes) lowers the limit for the words after it.
     quorin::platform::RegistryKey key = nullptr;
-    ASSERT_TRUE(quorin::platform::registryCreateKey("SOFTWARE\\KAVRION\\QUORIN\\CAM4\n", &key));
+    ASSERT_TRUE(quorin::platform::registryCreateKey(cameraKey(cfg.cameraNumber).c_str(), &key));
     const std::uint8_t two[2] = {1, 0};
     quorin::platform::registrySetValue(key, "LUTUser1ContrastR", quorin::platform::kRegDword, two, 2);
     quorin::platform::registryCloseKey(key);
@@ -69,15 +90,26 @@ TEST_F(Settings, AMissingOrShortValueGivesTheDefaultsForAll)
 
 class SettingsFiles : public BringUp {
 protected:
-    std::string folder() const { return home_.path() + "/data/Kavrion/QELMAR/"; }
+    // The real folder on Windows: start and end without it.
+    void SetUp() override
+    {
+        BringUp::SetUp();
+        std::filesystem::remove_all(folder());
+    }
+    void TearDown() override
+    {
+        BringUp::TearDown();
+        std::filesystem::remove_all(folder());
+    }
+    std::string folder() const { return quorin::settingsFolder(); }
 };
 
 TEST_F(SettingsFiles, NamesFollowTheCameraNumberAndOnlyAPixelGainSaveCreatesTheFolder)
 {
     VcamConfig cfg = config(VCAM_K5, 7);
     cfg.cameraNumber = 7;
+    ASSERT_FALSE(folder().empty());
     std::uint32_t dev = openVirtual(cfg);
-    EXPECT_EQ(quorin::settingsFolder(), folder());
     close(dev);
     EXPECT_FALSE(std::filesystem::exists(folder())) << "free curves are not saved without the folder";
 
@@ -127,4 +159,14 @@ TEST_F(SettingsFiles, ShortFilesAndLargeCameraNumbers)
     EXPECT_EQ(err, QUORIN_ERR_GAIN_FILE_WRITE);
     EXPECT_EQ(quorin::loadPixelGain(dev, &err), 0u);
     EXPECT_EQ(err, QUORIN_ERR_GAIN_FILE_READ);
+}
+
+TEST(SettingsFolder, LivesInTheApplicationDataFolderUnderKavrionQelmar)
+{
+    testing_support::TempHome home;
+    const char sep = quorin::platform::pathSeparator();
+    const std::string expected = std::string(1, sep) + "Kavrion" + sep + "QELMAR" + sep;
+    const std::string folder = quorin::settingsFolder();
+    ASSERT_GE(folder.size(), expected.size());
+    EXPECT_EQ(folder.substr(folder.size() - expected.size()), expected);
 }

@@ -275,3 +275,23 @@ TEST_F(Transaction, VirtualCameraFaultsDriveTheRetryLoop)
     o = run(dev, {43, 0, 0});
     EXPECT_EQ(o.err, QUORIN_ERR_REPLY_MISMATCH);
 }
+
+TEST_F(Transaction, CommandsWithoutAReplyNeedNoReceiveFunction)
+{
+    ScriptedLink link(3);
+    link.table().Receive = nullptr;
+    std::uint32_t dev = open(link.table());
+    EXPECT_EQ(run(dev, {145, 2, 0}).result, 1u);
+    Outcome o = run(dev, {145, 1, 0});
+    EXPECT_EQ(o.result, 0u);
+    EXPECT_EQ(o.err, QUORIN_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(link.sent.size(), 1u) << "nothing is sent when the reply could not be read";
+}
+
+TEST_F(Transaction, AHostRefCountAtTheTopWrapsInsteadOfOverflowing)
+{
+    ScriptedLink link(6);
+    link.table().refCount = 0x7FFFFFFF;
+    std::uint32_t dev = open(link.table());
+    EXPECT_EQ(quorin::deviceInterface(dev).refCount, static_cast<std::int32_t>(0x80000000u));
+}

@@ -74,6 +74,14 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
     case 79:
         a.value1 = config_.modeWord79;
         break;
+    case 115: { // picture size, width << 16 | height; p2 flags a size outside the standard list
+        const std::uint32_t w = p1 >> 16, h = p1 & 0xFFFF;
+        if (w >= 1 && w <= kSensorWidth && h >= 1 && h <= kSensorHeight && resolution_ != p1) {
+            resolution_ = p1;
+            frame_.reset();
+        }
+        break;
+    }
     case 114: // live, or playback with 0x04000000 in the top byte
         statusWord_ = (p1 & 0xFF000000u) == 0x04000000u ? 0x04000000u : 0;
         settleLeft_ = 0;
