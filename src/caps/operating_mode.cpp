@@ -1,5 +1,7 @@
 #include "caps/operating_mode.h"
 
+#include "caps/caps_common.h"
+
 #include "device/device_table.h"
 #include "link/block_transfer.h"
 #include "link/transaction.h"
@@ -21,8 +23,7 @@ constexpr std::uint32_t kType4LeavePlaybackPauseMs = 2000;
 std::uint32_t command(std::uint32_t deviceNo, std::uint16_t code, std::uint32_t p1, std::uint32_t p2,
                       CommandReply *reply, std::int32_t *err)
 {
-    CameraCommand c{code, p1, p2};
-    return link::sendCommand(deviceNo, &c, reply, err);
+    return cameraCommand(deviceNo, code, p1, p2, reply, err);
 }
 
 // Bytes of one packed frame of row 0's area, or 0 when the area does not fit

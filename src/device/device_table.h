@@ -106,11 +106,26 @@ struct DeviceRecord {
     std::uint32_t defectList[kMaxDefects];
 
     // Cached capability state.
-    std::uint32_t channelNumber;
+    std::uint32_t channelNumber;  // top byte of command 29's second value
+    std::uint32_t channelCount;   // command 30, 1..64
     ChannelSettings channelSettings[2];
-    ImageGeometry geometry[2]; // live, memory
-    ModeTableEntry modeTable[21]; // index 1..20
+    ImageGeometry geometry[2];    // live, memory
+    ModeTableEntry modeTable[21]; // index 1..20; entry 0 stays zero
     std::uint32_t extra[5];       // extra1..extra5 from commands 75 and 77
+    std::int32_t signedOffset66;  // two's complement inside, sign-magnitude to the host
+    std::uint32_t shutterColumn;  // column of the exposure tables, 0..7 (low byte of command 21)
+    std::uint32_t extSyncFlag;
+    std::uint32_t extClockFrequency;
+    std::uint32_t syncSourceRaw;  // camera's sync-source code (command 31 / 127)
+    std::uint32_t flag42bit0, flag42bit1;
+    std::uint32_t flag55;
+    std::uint32_t mode53;
+    std::uint32_t mode69, value69;
+    std::uint32_t command43Value;
+    // Settings the library keeps for the host without telling the camera.
+    std::uint32_t setting32;
+    std::uint32_t kept85, kept90, kept92, kept119, kept120;
+    std::uint32_t keptColour[3]; // ids 121..123
 };
 
 // Per-device buffers, each an array of 64 pointers indexed by device number.
@@ -148,6 +163,14 @@ struct LibraryState {
     DeviceRecord devices[kMaxDevices];
     DeviceBuffers buffers;
     LutSettings presets[5];
+
+    // Library-wide capability inputs, shared by every camera: last writer wins.
+    std::uint32_t calcFrameRate;   // set id 50
+    std::uint32_t calcResolution;  // set id 51, width << 16 | height
+    std::uint32_t presetValue52;   // set id 52
+    std::uint32_t startupValues[5]; // set ids 60..64
+    std::uint32_t userGains[3];    // set ids 86..88, 16 = 1.0
+    std::uint32_t cameraEntries[10]; // filled by list 23, read by list 30
 };
 
 // The one instance; static, zero at load.

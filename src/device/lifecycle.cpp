@@ -66,6 +66,8 @@ extern "C" int32_t DEV_Init(int32_t *err)
     std::memset(g_state.devices, 0, sizeof g_state.devices);
     std::memset(&g_state.buffers, 0, sizeof g_state.buffers);
     setPresetLuts();
+    for (auto &gain : g_state.userGains)
+        gain = 16;
     g_state.libraryHeap = platform::heapCreate(0x1E0000);
     g_state.heapAlive = g_state.libraryHeap != nullptr;
     if (err != nullptr)

@@ -1,5 +1,6 @@
 #include "device/startup.h"
 
+#include "caps/caps_common.h"
 #include "caps/operating_mode.h"
 #include "data/registry_settings.h"
 #include "data/settings_files.h"
@@ -31,10 +32,6 @@ std::uint32_t command(std::uint32_t deviceNo, std::uint16_t code, std::uint32_t 
     return link::sendCommand(deviceNo, &c, reply, err);
 }
 
-bool newFirmware(std::uint32_t firmware)
-{
-    return (firmware >= 117 && firmware <= 199) || firmware >= 300;
-}
 
 // Reads calibration image `which` (0 dark frame, 1 gain and defect image)
 // into the raw frame buffer.
@@ -123,30 +120,14 @@ void readModeTableEntry(std::uint32_t deviceNo, std::uint32_t i, std::int32_t *e
     if (!command(deviceNo, 70, i, 2, &reply, err))
         return;
     e.modeC1 = reply.value1;
-    e.modeC2 = newFirmware(rec.firmwareVersion) ? reply.value2 : 0;
+    e.modeC2 = hasExternalSyncFirmware(rec.firmwareVersion) ? reply.value2 : 0;
 }
 
-void readExtraWords(std::uint32_t deviceNo, std::int32_t *err)
-{
-    DeviceRecord &rec = device(deviceNo);
-    CommandReply reply{};
-    if (!command(deviceNo, 75, 0, 0, &reply, err))
-        return;
-    rec.extra[0] = reply.value1;
-    rec.extra[1] = reply.value2;
-    if (!command(deviceNo, 75, 0, 1, &reply, err))
-        return;
-    rec.extra[2] = reply.value1;
-    rec.extra[3] = reply.value2;
-    if (!command(deviceNo, 77, 0, 0, &reply, err))
-        return;
-    rec.extra[4] = reply.value1;
-}
 
 void readModeWord79(std::uint32_t deviceNo, std::int32_t *err)
 {
     DeviceRecord &rec = device(deviceNo);
-    if (!newFirmware(rec.firmwareVersion)) {
+    if (!hasExternalSyncFirmware(rec.firmwareVersion)) {
         *err = QUORIN_ERR_NOT_SUPPORTED;
         return;
     }
@@ -156,6 +137,24 @@ void readModeWord79(std::uint32_t deviceNo, std::int32_t *err)
 }
 
 } // namespace
+
+std::uint32_t readStartupValues(std::uint32_t deviceNo, std::int32_t *err)
+{
+    DeviceRecord &rec = device(deviceNo);
+    CommandReply reply{};
+    if (!command(deviceNo, 75, 0, 0, &reply, err))
+        return 0;
+    rec.extra[0] = reply.value1;
+    rec.extra[1] = reply.value2;
+    if (!command(deviceNo, 75, 0, 1, &reply, err))
+        return 0;
+    rec.extra[2] = reply.value1;
+    rec.extra[3] = reply.value2;
+    if (!command(deviceNo, 77, 0, 0, &reply, err))
+        return 0;
+    rec.extra[4] = reply.value1;
+    return 1;
+}
 
 std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
 {
@@ -260,7 +259,7 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
     readColourMatrix(deviceNo, err);
     for (std::uint32_t i = 1; i <= 20; ++i)
         readModeTableEntry(deviceNo, i, err);
-    readExtraWords(deviceNo, err);
+    readStartupValues(deviceNo, err);
     readModeWord79(deviceNo, err);
     loadFreeLut(deviceNo);
 

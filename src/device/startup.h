@@ -10,4 +10,8 @@ namespace quorin {
 // what the host sees as the open's status.
 std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err);
 
+// Reads the five start-up values of commands 75 and 77 (extra1..extra5);
+// stops at the first failure.
+std::uint32_t readStartupValues(std::uint32_t deviceNo, std::int32_t *err);
+
 } // namespace quorin
