@@ -155,6 +155,157 @@ typedef struct CommandReply {
 } CommandReply;
 
 /* ------------------------------------------------------------------------
+ * Capability ids (DEV_GetDeviceCaps / DEV_SetDeviceCaps)
+ *
+ * "get" and "set" say which direction an id serves; an id means the same
+ * in both unless both meanings are given. Values use the host's numbering.
+ * ------------------------------------------------------------------------ */
+enum {
+    QUORIN_CAP_CAMERA_MODE = 0,          /**< get/set: 0 live, 1 playback, 2, 4, 8 recording states (16, 32 on get) */
+    QUORIN_CAP_SUPPORTED = 1,            /**< get: always 1 */
+    QUORIN_CAP_FRAME_RATE = 2,           /**< get/set: frames per second */
+    QUORIN_CAP_RESOLUTION = 3,           /**< get/set: width << 16 | height */
+    QUORIN_CAP_SHUTTER = 4,              /**< get/set: shutter speed as a denominator of one second */
+    QUORIN_CAP_EXPOSURE_US = 5,          /**< get: exposure time in microseconds */
+    QUORIN_CAP_TRIGGER_MODE = 6,         /**< get/set: trigger code, value2 its parameter */
+    QUORIN_CAP_TRIGGER_COUNTS = 7,       /**< get/set: trigger count, value2 the ratio (1..10) */
+    QUORIN_CAP_COLOUR_TEMPERATURE = 8,   /**< get/set: 1 = 5100 K, 2 = 3100 K, 3/4 = user gains (K5C) */
+    QUORIN_CAP_COLOUR_MODEL = 11,        /**< get: non-zero on the K5C */
+    QUORIN_CAP_CAMERA_NUMBER = 12,       /**< get: the camera's number */
+    QUORIN_CAP_MODE_133 = 13,            /**< get/set: mode 1..4 (commands 71 / 133) */
+    QUORIN_CAP_FLAG_137_BIT0 = 14,       /**< get/set: flag 0 of command 137 (command 42 bit 0) */
+    QUORIN_CAP_FLAG_137_BIT1 = 15,       /**< get/set: flag 1 of command 137 (command 42 bit 1) */
+    QUORIN_CAP_ACTION_145 = 16,          /**< get: mode 1..4 of command 55; set: action 1..5 of command 145 */
+    QUORIN_CAP_MODE_143 = 17,            /**< get/set: mode 1..4 (commands 53 / 143) */
+    QUORIN_CAP_LUT_MODE = 18,            /**< get/set: 1..5 presets, 11 the user look-up table */
+    QUORIN_CAP_SIGNED_OFFSET = 19,       /**< get/set: sign-magnitude offset (bit 31 = negative) */
+    QUORIN_CAP_FIRMWARE = 23,            /**< get: firmware revision */
+    QUORIN_CAP_FLAG_134 = 24,            /**< get: command 68 flag; set: command 134 flag (0/1) */
+    QUORIN_CAP_FLAG_159 = 25,            /**< get: command 67 flag; set: command 159 flag (0/1) */
+    QUORIN_CAP_STATUS_BIT16 = 28,        /**< get/set: status bit 16 (0/1) */
+    QUORIN_CAP_SENSOR_KIND = 29,         /**< get: sensor kind 2 or 3; set: command 112 value 2 or 3 */
+    QUORIN_CAP_CONSTANT_64 = 30,         /**< get: 64, value2 0 */
+    QUORIN_CAP_CHANNEL_NUMBER = 31,      /**< get/set: channel 1..channel count */
+    QUORIN_CAP_SETTING_32 = 32,          /**< get/set: 0..3; set 6 saves, 7 loads the pixel-gain file */
+    QUORIN_CAP_FRAME_COUNT = 33,         /**< get: frames the camera's memory holds */
+    QUORIN_CAP_SYNC_SOURCE = 34,         /**< get/set: sub-index 1 sync source 1..5, sub-index 2 mode 6..11 */
+    QUORIN_CAP_PAIR_128 = 35,            /**< get/set: sub-index 1 codes 1..2, sub-index 2 codes 3..14 */
+    QUORIN_CAP_CONSTANT_2 = 36,          /**< get: 2, value2 2 */
+    QUORIN_CAP_EXPOSURE_ENABLE = 37,     /**< get/set: exposure control switch (0/1) */
+    QUORIN_CAP_FRAME_COUNT_CHANNELS = 39, /**< get: value = array of channel-count frame counts, value2 = 512-byte block */
+    QUORIN_CAP_CHANNEL_COUNT = 40,       /**< get/set: number of channels 1..64 */
+    QUORIN_CAP_IMAGE_OUTPUT = 41,        /**< get/set: demosaic << 16 | raw Bayer << 8 | output shift (0..2) */
+    QUORIN_CAP_FRAME_COUNT_2 = 42,       /**< get: as QUORIN_CAP_FRAME_COUNT */
+    QUORIN_CAP_VALUES_45_46 = 43,        /**< get: command 45 value, value2 command 46 value less 1 */
+    QUORIN_CAP_COLOUR_MATRIX_ROW1 = 44,  /**< get: row 1 as sign-magnitude a << 16 | b, value2 c (K5C) */
+    QUORIN_CAP_COLOUR_MATRIX_ROW2 = 45,  /**< get: row 2 (K5C) */
+    QUORIN_CAP_COLOUR_MATRIX_ROW3 = 46,  /**< get: row 3 (K5C) */
+    QUORIN_CAP_SENSOR_SIZE = 47,         /**< get: 1024 << 16 | 1024 */
+    QUORIN_CAP_VALUE_73 = 48,            /**< get: command 73 value */
+    QUORIN_CAP_MODE_69 = 49,             /**< get: command 69 mode 0..2 */
+    QUORIN_CAP_PRESET_FRAME_RATE = 50,   /**< get: frame rate of preset sub-index; set: frame-time model frame rate */
+    QUORIN_CAP_PRESET_RESOLUTION = 51,   /**< get: size of preset sub-index; set: frame-time model size */
+    QUORIN_CAP_PRESET_VALUE_52 = 52,     /**< get: preset value 52 of sub-index; set: input of the next preset store */
+    QUORIN_CAP_PRESET_STORE = 53,        /**< set: store the present inputs as preset number value */
+    QUORIN_CAP_PRESET_RECALL = 54,       /**< get: command 69 second value; set: recall preset number value */
+    QUORIN_CAP_PRESET_DELETE = 55,       /**< set: delete preset number value */
+    QUORIN_CAP_MAX_FRAME_RATE = 56,      /**< get: largest frame rate for the frame-time model size */
+    QUORIN_CAP_MAX_WIDTH = 57,           /**< get: largest width for the model frame rate */
+    QUORIN_CAP_MAX_HEIGHT = 58,          /**< get: largest height for the model frame rate */
+    QUORIN_CAP_MAX_PICTURE = 59,         /**< get: largest width, value2 height, for the model frame rate */
+    QUORIN_CAP_STARTUP_VALUE_1 = 60,     /**< get/set: start-up value 1 (60..64 are values 1..5) */
+    QUORIN_CAP_STARTUP_VALUE_5 = 64,     /**< get/set: start-up value 5 */
+    QUORIN_CAP_SEND_STARTUP_VALUES = 65, /**< set: send start-up values 1..5 to the camera */
+    QUORIN_CAP_CONSTANT_10 = 72,         /**< get: 10 */
+    QUORIN_CAP_UPLOAD_LUT = 73,          /**< set: value 11 uploads the user look-up table to the camera */
+    QUORIN_CAP_BIT_DEPTH = 76,           /**< get: by sub-index 0..3 */
+    QUORIN_CAP_COLOUR_MATRIX_SET = 77,   /**< get: 2 camera / 0 default coefficients; set: non-zero selects the camera's (K5C) */
+    QUORIN_CAP_SUPPORTED_80 = 80,        /**< get: always 1 */
+    QUORIN_CAP_CONSTANT_3000 = 81,       /**< get: 3000 */
+    QUORIN_CAP_VALUE_47 = 84,            /**< get: command 47 value, limited */
+    QUORIN_CAP_KEPT_85 = 85,             /**< get/set: kept by the library */
+    QUORIN_CAP_USER_GAIN_R = 86,         /**< get: colour gain R of the camera; set: user gain R for QUORIN_CAP_COLOUR_TEMPERATURE 3/4 (16 = 1.0) */
+    QUORIN_CAP_USER_GAIN_G = 87,         /**< as QUORIN_CAP_USER_GAIN_R for green */
+    QUORIN_CAP_USER_GAIN_B = 88,         /**< as QUORIN_CAP_USER_GAIN_R for blue */
+    QUORIN_CAP_CONSTANT_16_63 = 89,      /**< get: 16, value2 63 */
+    QUORIN_CAP_KEPT_90 = 90,             /**< get/set: kept by the library */
+    QUORIN_CAP_LEVEL_RANGE = 91,         /**< get: by sub-index 0..3 */
+    QUORIN_CAP_KEPT_92 = 92,             /**< get/set: kept by the library; enables QUORIN_CAP_KEPT_120 */
+    QUORIN_CAP_COMMAND_157 = 95,         /**< set: send command 157 */
+    QUORIN_CAP_SUPPORTED_96 = 96,        /**< get: always 1 */
+    QUORIN_CAP_INTERFACE_REGISTER = 97,  /**< get/set: link type 2 interface register, sub-index 0..2 */
+    QUORIN_CAP_PRESET_EXT_SYNC = 98,     /**< get: external-sync flag of preset sub-index */
+    QUORIN_CAP_EXTERNAL_SYNC = 99,       /**< get/set: external sync 0/1 (firmware 117..199, 300 on) */
+    QUORIN_CAP_VALUE_78 = 100,           /**< get: command 78 value (same firmware) */
+    QUORIN_CAP_KEPT_119 = 119,           /**< get/set: kept by the library (firmware below 114) */
+    QUORIN_CAP_KEPT_120 = 120,           /**< get/set: kept colour setting (K5C) */
+    QUORIN_CAP_KEPT_121 = 121,           /**< get/set: kept colour setting below 64 (K5C; 121..123) */
+    QUORIN_CAP_KEPT_123 = 123,
+    QUORIN_CAP_EXPOSURE_NS = 127,        /**< get: exposure time in nanoseconds */
+    QUORIN_CAP_KERNEL_VARIANT = 128,     /**< set: image-pipeline option word */
+    QUORIN_CAP_REFRESH_STARTUP = 162     /**< get: re-read start-up values 1..5 from the camera */
+};
+
+/* ------------------------------------------------------------------------
+ * Value list ids (DEV_GetList; entries must hold 1024 values)
+ * ------------------------------------------------------------------------ */
+enum {
+    QUORIN_LIST_FRAME_RATES = 0,           /**< frame rates offered now */
+    QUORIN_LIST_PICTURE_SIZES = 1,         /**< sizes allowed at the present frame rate (width << 16 | height) */
+    QUORIN_LIST_SHUTTER_SPEEDS = 2,        /**< shutter denominators, the frame rate first */
+    QUORIN_LIST_EXPOSURE_TIMES_US = 3,     /**< exposure times in microseconds */
+    QUORIN_LIST_TRIGGER_MODES = 4,         /**< trigger codes */
+    QUORIN_LIST_SYNC_SOURCES = 7,          /**< sub-index 1: 1..5, sub-index 2: 6..11 */
+    QUORIN_LIST_PAIR_128_CODES = 8,        /**< sub-index 1 or 2 */
+    QUORIN_LIST_COLOUR_TEMPERATURES = 9,   /**< 1..4 */
+    QUORIN_LIST_LUT_MODES = 10,            /**< 1..5, 11 */
+    QUORIN_LIST_EXT_SYNC_FRAME_RATES = 11, /**< frame rates of the external-sync frame-time model */
+    QUORIN_LIST_MODES_143 = 12,            /**< modes of QUORIN_CAP_MODE_143 allowed now */
+    QUORIN_LIST_VALUES_112 = 13,           /**< 2, 3 */
+    QUORIN_LIST_MODES_133 = 14,            /**< 1..4 */
+    QUORIN_LIST_FINE_FRAME_RATES = 15,     /**< fine frame rates for the present width */
+    QUORIN_LIST_FINE_EXPOSURE_US = 16,     /**< fine exposure times in microseconds */
+    QUORIN_LIST_ACTIONS_145 = 17,          /**< 1..4 */
+    QUORIN_LIST_DEFECTS = 18,              /**< the defect pixels, (column << 16) | row */
+    QUORIN_LIST_SINGLE_VALUE = 19,         /**< 1 */
+    QUORIN_LIST_FREE_LUT_R = 20,           /**< free curve R (1024 entries) */
+    QUORIN_LIST_FREE_LUT_G = 21,           /**< free curve G (the red one on the K5) */
+    QUORIN_LIST_FREE_LUT_B = 22,           /**< free curve B (the red one on the K5) */
+    QUORIN_LIST_CAMERA_ENTRIES = 23,       /**< ten camera entries; the count is the number present */
+    QUORIN_LIST_OUTPUT_LUT_R = 25,         /**< output table R of the selected channel's row */
+    QUORIN_LIST_OUTPUT_LUT_G = 26,         /**< output table G (the red one on the K5) */
+    QUORIN_LIST_OUTPUT_LUT_B = 27,         /**< output table B (the red one on the K5) */
+    QUORIN_LIST_SETTING_32_VALUES = 28,    /**< 0..3, 6, 7 */
+    QUORIN_LIST_STORED_ENTRIES = 30,       /**< the ten values kept by QUORIN_LIST_CAMERA_ENTRIES */
+    QUORIN_LIST_TWO_VALUES = 31,           /**< 0, 2 */
+    QUORIN_LIST_EXPOSURE_TIMES_NS = 40,    /**< exposure times in nanoseconds */
+    QUORIN_LIST_FINE_EXPOSURE_NS = 41      /**< fine exposure times in nanoseconds */
+};
+
+/** Entries DEV_GetList writes at most. */
+#define QUORIN_MAX_LIST_ENTRIES 1024
+
+/* ------------------------------------------------------------------------
+ * Device data ids (DEV_GetData / DEV_SetData) and written lists (DEV_SetList)
+ * ------------------------------------------------------------------------ */
+enum {
+    QUORIN_DATA_TIME_STAMPS = 0,    /**< get: 20 bytes per frame */
+    QUORIN_DATA_CHANNELS = 1,       /**< get: 332 bytes per frame */
+    QUORIN_DATA_TIME_AND_CHANNELS = 2, /**< get: 352 bytes per frame */
+    QUORIN_DATA_LUT_SETTINGS = 3,   /**< get/set: 76-byte look-up settings */
+    QUORIN_DATA_GAIN_TABLES = 4,    /**< get: 2,097,152 bytes; set: the pixel-gain table */
+    QUORIN_DATA_FLAT_FIELD = 5,     /**< set: compute the pixel-gain table from a flat field */
+    QUORIN_DATA_PIXEL_PROBE = 6     /**< get: one pixel's value */
+};
+
+enum {
+    QUORIN_SETLIST_DEFECTS = 18,    /**< defect pixels (X << 16) | Y, at most 1024 */
+    QUORIN_SETLIST_FREE_LUT_R = 20, /**< free curve R, 1024 elements */
+    QUORIN_SETLIST_FREE_LUT_G = 21, /**< free curve G, 1024 elements */
+    QUORIN_SETLIST_FREE_LUT_B = 22  /**< free curve B, 1024 elements */
+};
+
+/* ------------------------------------------------------------------------
  * Exports
  * ------------------------------------------------------------------------ */
 
@@ -179,8 +330,9 @@ QUORIN_API int32_t DEV_OpenDevice(uint32_t interfaceCode, const InterfaceTable *
  *  and closes its link. Fails with 2 or 103 (not open). */
 QUORIN_API int32_t DEV_CloseDevice(uint32_t deviceNo, int32_t *err);
 
-/** Reads one capability: value receives the main result, value2 a second
- *  one for the ids that have it. */
+/** Reads one capability (QUORIN_CAP_...): value receives the main result,
+ *  value2 a second one for the ids that have it. Id 39 writes up to 64
+ *  elements at value and 512 bytes at value2. */
 QUORIN_API int32_t DEV_GetDeviceCaps(uint32_t deviceNo, uint64_t reserved, uint32_t capabilityId,
                           uint32_t subIndex, uint32_t *value, uint32_t *value2, int32_t *err);
 
@@ -192,8 +344,8 @@ QUORIN_API int32_t DEV_GetDeviceName(uint32_t deviceNo, uint32_t index, char *na
 QUORIN_API int32_t DEV_SetDeviceCaps(uint32_t deviceNo, uint64_t reserved, uint32_t capabilityId,
                           uint32_t subIndex, uint32_t value, uint32_t value2, int32_t *err);
 
-/** Reads one value list into entries (at most 1024 elements) and its
- *  length into count. */
+/** Reads one value list (QUORIN_LIST_...) into entries (at most 1024
+ *  elements are written) and its length into count. */
 QUORIN_API int32_t DEV_GetList(uint32_t deviceNo, uint64_t reserved, uint32_t listId, uint32_t subIndex,
                     uint32_t *entries, uint32_t *count, int32_t *err);
 

@@ -172,7 +172,8 @@ TEST_F(Lifecycle, LaterExportsAnswerTwentyOneForNow)
     VirtualCamera cam(VCAM_K5, 2);
     std::uint32_t dev = testing_support::openCamera(cam);
     std::uint32_t u = 0;
-    EXPECT_EQ(DEV_GetDeviceCaps(dev, 0, 2, 0, &u, &u, &err_), 0);
+    std::uint8_t buf[20];
+    EXPECT_EQ(DEV_GetData(dev, 0, 0, 1, 1, buf, &u, &err_), 0u);
     EXPECT_EQ(err_, QUORIN_ERR_NOT_SUPPORTED);
 }
 

@@ -1,5 +1,7 @@
 #include "camera_model.h"
 
+#include <cstring>
+
 namespace vcam {
 
 std::vector<std::uint8_t> packTenBit(const std::uint16_t *values, std::size_t count)
@@ -16,8 +18,68 @@ std::vector<std::uint8_t> packTenBit(const std::uint16_t *values, std::size_t co
     return out;
 }
 
+namespace {
+
+// The settings a camera keeps, as (set command, get command, defaults):
+// the get command answers with the two parameters the set command last
+// carried. Frame rate, shutter, trigger, channels, LUT mode, sync source,
+// exposure enable and the numbered modes.
+const CameraModel::Register kRegisters[] = {
+    {118, 22, 1000, 0},    // frame rate
+    {117, 21, 1000, 0},    // shutter denominator (the column is added on reading)
+    {121, 25, 0, 0},       // trigger code and parameter
+    {136, 41, 1, 0},       // trigger count
+    {125, 29, 0, 1u << 24}, // channel number in the top byte of the second value
+    {126, 30, 0, 1},       // channel count
+    {129, 33, 0, 0},       // look-up-table preset 0..5
+    {127, 31, 2, 0},       // sync source (5: external)
+    {98, 76, 1, 0},        // exposure switch, as the camera numbers it
+    {133, 71, 0, 0},
+    {137, 42, 0, 0},
+    {145, 55, 0, 0},
+    {143, 53, 0, 0},
+    {158, 66, 0, 0},       // signed offset: magnitude, sign flag
+    {134, 68, 0, 0},
+    {159, 67, 0, 0},
+    {142, 52, 0, 0},
+    {128, 32, 0, 0},
+};
+
+} // namespace
+
+CameraModel::Register *CameraModel::registerFor(std::uint16_t code, bool set)
+{
+    for (Register &r : registers_)
+        if ((set ? r.setCode : r.getCode) == code)
+            return &r;
+    return nullptr;
+}
+
+// The shutter column follows the picture width: 1024 is column 0, each
+// 128 pixels less one column more.
+std::uint32_t CameraModel::shutterColumn() const
+{
+    const std::uint32_t w = resolution_ >> 16;
+    return w >= 1024 || w == 0 ? 0 : (1024 - w) / 128;
+}
+
+std::uint32_t CameraModel::framePeriodClocks() const
+{
+    const std::uint32_t rate = registers_[0].p1;
+    return rate == 0 ? 0 : 63000000u / rate;
+}
+
+// How many frames of the present size the camera's memory holds.
+std::uint32_t CameraModel::memoryFrames() const
+{
+    const std::uint64_t bytes = std::uint64_t(resolution_ >> 16) * (resolution_ & 0xFFFF) * 10 / 8;
+    return bytes == 0 ? 0 : static_cast<std::uint32_t>((std::uint64_t(4) << 30) / bytes);
+}
+
 CameraModel::CameraModel(const VcamConfig &config, std::uint32_t linkType) : config_(config), linkType_(linkType)
 {
+    registers_.assign(std::begin(kRegisters), std::end(kRegisters));
+    std::memcpy(modeTable_, config.modeTable, sizeof modeTable_);
     if (config.defects != nullptr)
         defects_.assign(config.defects, config.defects + config.defectCount);
     config_.defects = nullptr;
@@ -53,9 +115,95 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         break;
     case 70: // table of modes, entry p1 (1..20), pair p2 (0..2)
         if (p1 >= 1 && p1 <= 20 && p2 <= 2) {
-            a.value1 = config_.modeTable[p1 - 1][2 * p2];
-            a.value2 = config_.modeTable[p1 - 1][2 * p2 + 1];
+            a.value1 = modeTable_[p1 - 1][2 * p2];
+            a.value2 = modeTable_[p1 - 1][2 * p2 + 1];
         }
+        break;
+    case 132: // store one word of a preset: p1 = entry << 16 | word
+        if ((p1 >> 16) >= 1 && (p1 >> 16) <= 20 && (p1 & 0xFFFF) < 6)
+            modeTable_[(p1 >> 16) - 1][p1 & 0xFFFF] = p2;
+        break;
+    case 130: // recall a preset: its frame rate and picture size
+        if (p1 >= 1 && p1 <= 20) {
+            registers_[0].p1 = modeTable_[p1 - 1][0];
+            const std::uint32_t size = modeTable_[p1 - 1][2];
+            if ((size >> 16) >= 1 && (size >> 16) <= kSensorWidth && (size & 0xFFFF) >= 1 &&
+                (size & 0xFFFF) <= kSensorHeight) {
+                resolution_ = size;
+                frame_.reset();
+            }
+        }
+        break;
+    case 131: // delete a preset (its external-sync word stays)
+        if (p1 >= 1 && p1 <= 20)
+            for (int k = 0; k < 5; ++k)
+                modeTable_[p1 - 1][k] = 0;
+        break;
+    case 19: // picture size
+        a.value1 = resolution_;
+        break;
+    case 20: // colour temperature: preset (5100, 3100) or user (1, 2), and the gains
+        a.value1 = colourTemperature_;
+        a.value2 = colourGains_;
+        break;
+    case 116:
+        if (p1 == 5100 || p1 == 3100) {
+            colourTemperature_ = p1;
+            colourGains_ = p1 == 5100 ? (16u << 16 | 16u << 8 | 16u) : (22u << 16 | 16u << 8 | 11u);
+        } else {
+            colourTemperature_ = p1 & 0xFFFF;
+            if (p1 < 0x10000)
+                colourGains_ = p2 & 0xFFFFFF;
+        }
+        break;
+    case 21: // shutter: denominator and the column of the present width
+        a.value1 = registers_[1].p1;
+        a.value2 = shutterColumn();
+        break;
+    case 72: // frame period in clocks, plus 64
+        a.value1 = framePeriodClocks() + 64;
+        break;
+    case 44: // frames the memory holds
+        a.value1 = memoryFrames();
+        break;
+    case 80: // external clock
+        a.value1 = config_.extClockHz;
+        break;
+    case 69:
+        a.value1 = config_.mode69;
+        a.value2 = config_.value69;
+        break;
+    case 73:
+        a.value1 = 0x00400020;
+        break;
+    case 78:
+        a.value1 = 0;
+        break;
+    case 45:
+    case 46:
+    case 47:
+        a.value1 = code == 47 ? 0 : 1;
+        break;
+    case 28: // interface registers 0xF0.., 0xF1.., 0xF2..
+        if ((p1 >> 24) >= 0xF0 && (p1 >> 24) <= 0xF2)
+            a.value2 = interfaceRegisters_[(p1 >> 24) - 0xF0];
+        break;
+    case 124:
+        if ((p1 >> 24) >= 0xF0 && (p1 >> 24) <= 0xF2)
+            interfaceRegisters_[(p1 >> 24) - 0xF0] = p2;
+        break;
+    case 36: // camera entry p1 (1..10): a value, flags in the low bits, a class from bit 20
+        if (p1 >= 1 && p1 <= 10) {
+            a.value1 = config_.cameraEntries[p1 - 1][0];
+            a.value2 = config_.cameraEntries[p1 - 1][1];
+        }
+        break;
+    case 97: // start-up values are written, and answered with the universal code
+    case 98:
+    case 99:
+        a.universalReply = true;
+        if (code == 98)
+            registerFor(98, true)->p1 = p1;
         break;
     case 74: // colour matrix row p1 as magnitudes: columns 0 and 1 in value1, column 2 in value2
         if (p1 <= 2) {
@@ -82,8 +230,8 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         }
         break;
     }
-    case 114: // live, or playback with 0x04000000 in the top byte
-        statusWord_ = (p1 & 0xFF000000u) == 0x04000000u ? 0x04000000u : 0;
+    case 114: // live, or playback with 0x04000000 in the top byte; status bits below
+        statusWord_ = ((p1 & 0xFF000000u) == 0x04000000u ? 0x04000000u : 0) | (p1 & 0x00FF0000u);
         settleLeft_ = 0;
         break;
     case 160:
@@ -112,6 +260,7 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         break;
     case 145: // on link type 3, parameters 2 and 3 are taken without an answer
         a.replies = !(linkType_ == 3 && (p1 == 2 || p1 == 3));
+        registerFor(145, true)->p1 = p1;
         break;
     case 157: // on link type 3 the camera restarts its interface and does not answer
         a.replies = linkType_ != 3;
@@ -120,21 +269,33 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         return calibrationImage(p1);
     case 187: // look-up table upload announced by a plain frame (link type 3)
         a.blocksExpected = p1 == 1 ? 3 : 1;
+        blocksReceived_ = 0;
         break;
     default:
-        (void)p2;
+        if (Register *r = registerFor(code, true)) {
+            r->p1 = p1;
+            r->p2 = p2;
+        } else if (Register *g = registerFor(code, false)) {
+            a.value1 = g->p1;
+            a.value2 = g->p2;
+        }
         break;
     }
     return a;
 }
 
-Answer CameraModel::dataCommand(std::uint16_t, const std::uint8_t *, std::size_t)
+Answer CameraModel::dataCommand(std::uint16_t, const std::uint8_t *payload, std::size_t length)
 {
+    lutUpload_.assign(payload, payload + length);
     return {};
 }
 
-void CameraModel::block(const std::uint8_t *, std::size_t)
+void CameraModel::block(const std::uint8_t *data, std::size_t length)
 {
+    if (blocksReceived_ == 0)
+        lutUpload_.clear();
+    lutUpload_.insert(lutUpload_.end(), data, data + length);
+    blocksReceived_ += 1;
 }
 
 Answer CameraModel::imageFrame()

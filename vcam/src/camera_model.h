@@ -18,6 +18,7 @@ struct Answer {
     std::uint32_t value2 = 0;
     Bulk bulk;                         // data sent after the reply
     bool imageData = false;            // bulk travels the image channel
+    bool universalReply = false;       // answered with the universal code 177
     std::uint32_t blocksExpected = 0; // 1024-byte blocks the camera then waits for
 };
 
@@ -47,11 +48,25 @@ public:
     const VcamConfig &config() const { return config_; }
 
     std::uint32_t statusWord() const { return statusWord_; }
+    std::uint32_t resolution() const { return resolution_; }
+    // Look-up table data received (command 187), last upload first byte on.
+    const std::vector<std::uint8_t> &lutUpload() const { return lutUpload_; }
+
+    // A setting the camera keeps: written by one command, read by another.
+    struct Register {
+        std::uint16_t setCode;
+        std::uint16_t getCode;
+        std::uint32_t p1, p2; // as last written (initially the camera's defaults)
+    };
 
 private:
     Answer calibrationImage(std::uint32_t which);
     Answer imageFrame();
     std::uint32_t readStatus();
+    Register *registerFor(std::uint16_t code, bool set);
+    std::uint32_t shutterColumn() const;
+    std::uint32_t framePeriodClocks() const;
+    std::uint32_t memoryFrames() const;
 
     VcamConfig config_;
     std::vector<std::uint32_t> defects_;
@@ -61,6 +76,13 @@ private:
     std::uint32_t resolution_ = 0x04000400;
     Bulk calibration_[2];
     Bulk frame_;
+    std::vector<Register> registers_;
+    std::uint32_t modeTable_[20][6];
+    std::uint32_t colourTemperature_ = 5100;
+    std::uint32_t colourGains_ = 16u << 16 | 16u << 8 | 16u;
+    std::uint32_t interfaceRegisters_[3] = {0x11, 0x22, 0x33};
+    std::vector<std::uint8_t> lutUpload_;
+    std::uint32_t blocksReceived_ = 0;
 };
 
 } // namespace vcam

@@ -184,7 +184,7 @@ void runCommand(VcamCamera &cam, const vcam::Frame &f)
     vcam::Answer a = cam.model.command(f.code, f.first, f.second);
     cam.blocksExpected = a.blocksExpected;
     if (a.replies)
-        queueFrame(cam, {replyCode(cam, f.code), a.value1, a.value2});
+        queueFrame(cam, {a.universalReply ? std::uint16_t(177) : replyCode(cam, f.code), a.value1, a.value2});
     if (a.bulk)
         deliverBulk(cam, a.bulk, a.imageData);
 }
@@ -261,6 +261,9 @@ std::int32_t linkSend(std::uint32_t handle, const std::uint8_t *data, std::uint3
             return call.succeed(); // the camera cannot read it and stays silent
         vcam::Frame f = vcam::readFrame(type, data);
         call.command(f);
+        // A new command starts a new exchange: what the host left unread of
+        // the last answer is dropped.
+        cam.outgoing.clear();
         runCommand(cam, f);
         return call.succeed();
     });
@@ -350,7 +353,8 @@ std::int32_t linkTransact(std::uint32_t handle, const std::uint8_t *frame, std::
         vcam::Frame f = vcam::readFrame(4, frame);
         call.command(f);
         vcam::Answer a = cam.model.command(f.code, f.first, f.second);
-        vcam::writeFrame(4, {replyCode(cam, f.code), a.value1, a.value2}, reply);
+        vcam::writeFrame(4, {a.universalReply ? std::uint16_t(177) : replyCode(cam, f.code), a.value1, a.value2},
+                         reply);
         return call.succeed(); // data the command would send has no phase to go in
     });
 }
@@ -403,6 +407,11 @@ VCAM_API void vcam_default_config(VcamConfig *cfg, uint32_t model, uint32_t link
         cfg->extraWords[k] = 100 + k;
     cfg->modeWord79 = 0x79;
     cfg->settlePolls = 2;
+    cfg->extClockHz = 10000000;
+    for (uint32_t n = 0; n < 10; ++n) {
+        cfg->cameraEntries[n][0] = n < 4 ? 100 + n : 0xFFFFFFFFu; // four cameras on the bus
+        cfg->cameraEntries[n][1] = (n + 1) << 20 | (n == 0 ? 1u : 0u);
+    }
 }
 
 VCAM_API VcamCamera *vcam_create(const VcamConfig *cfg)
@@ -553,6 +562,29 @@ VCAM_API void vcam_clear_faults(VcamCamera *cam)
     for (auto &f : cam->faults)
         f.clear();
     cam->replyOverride.clear();
+}
+
+} // extern "C"
+
+extern "C" {
+
+VCAM_API size_t vcam_lut_upload(const VcamCamera *cam, uint8_t *out, size_t max)
+{
+    if (cam == nullptr)
+        return 0;
+    std::lock_guard<std::mutex> g(const_cast<VcamCamera *>(cam)->lock);
+    const auto &data = cam->model.lutUpload();
+    if (out != nullptr)
+        std::memcpy(out, data.data(), std::min(max, data.size()));
+    return data.size();
+}
+
+VCAM_API uint32_t vcam_resolution(const VcamCamera *cam)
+{
+    if (cam == nullptr)
+        return 0;
+    std::lock_guard<std::mutex> g(const_cast<VcamCamera *>(cam)->lock);
+    return cam->model.resolution();
 }
 
 } // extern "C"

@@ -23,12 +23,17 @@
  * on type 3 image data goes into the buffer armed with armTransfer once
  * command 188 has announced it (and is lost otherwise), while calibration
  * images come by Receive; every other type delivers all bulk data by the
- * next Receive.
+ * next Receive. Each new command starts a new exchange: bytes of an earlier
+ * answer the host left unread are dropped.
  *
  * The camera keeps an operating mode (live, playback, recording states)
  * that commands 114, 160, 161 and 162 move and command 18 reports; it
  * answers the identification, calibration and table commands a library
- * sends when it opens a camera.
+ * sends when it opens a camera, and keeps every setting it is sent (frame
+ * rate, picture size, shutter, trigger, channels, colour temperature,
+ * look-up mode and uploaded curves, sync source, presets), so that a
+ * setting read back after it was written answers what was written.
+ * Commands 97 to 99 are answered with the universal reply code 177.
  *
  * Each camera keeps a trace of every host call and of every command it
  * decoded, and injects faults on request.
@@ -84,6 +89,9 @@ typedef struct VcamConfig {
     uint32_t extraWords[5];      /**< answers of commands 75 (two pairs) and 77 */
     uint32_t modeWord79;         /**< answer of command 79 */
     uint32_t settlePolls;        /**< status reads that still show the recording state after command 162 */
+    uint32_t extClockHz;         /**< external sync clock reported by command 80 */
+    uint32_t mode69, value69;    /**< the two values of command 69 */
+    uint32_t cameraEntries[10][2]; /**< answers of command 36 for entries 1..10 (0xFFFFFFFF: none) */
     uint32_t defectCount;        /**< number of entries in defects */
     const uint32_t *defects;     /**< flagged pixels of calibration image B, (column << 16) | row;
                                       copied by vcam_create */
@@ -114,6 +122,12 @@ typedef enum VcamCall {
 } VcamCall;
 
 typedef struct VcamCamera VcamCamera;
+
+/** Returns the bytes of the last look-up table upload (command 187) into
+ *  out (up to max) and their number. */
+VCAM_API size_t vcam_lut_upload(const VcamCamera *cam, uint8_t *out, size_t max);
+/** The picture size the camera is set to, width << 16 | height. */
+VCAM_API uint32_t vcam_resolution(const VcamCamera *cam);
 
 /** Fills cfg with a camera of the given model on the given link type:
  *  firmware 120, camera number 1, power mode 0, sensor kind 2, a colour
