@@ -53,8 +53,10 @@ std::uint32_t largestWidth(const DeviceRecord &rec, std::uint32_t frameRate, std
 std::uint32_t largestHeight(const DeviceRecord &rec, std::uint32_t frameRate, std::uint32_t width);
 // Largest square-growing picture for a frame rate, packed width << 16 | height.
 std::uint32_t largestPicture(const DeviceRecord &rec, std::uint32_t frameRate);
-// The frame budget in clocks for a frame rate (internal clock or external sync).
+// The frame budget in clocks for a frame rate (internal clock or external
+// sync), truncated as the frame-time model uses it, and as computed.
 double frameBudget(const DeviceRecord &rec, std::uint32_t frameRate, bool externalSync);
+double exactFrameBudget(const DeviceRecord &rec, std::uint32_t frameRate, bool externalSync);
 
 // Trigger mode read (capability 6) and set (set id 6).
 std::uint32_t readTrigger(std::uint32_t deviceNo, std::uint32_t s, std::uint32_t *value, std::uint32_t *value2,

@@ -32,13 +32,18 @@ std::uint32_t frameClocks(std::uint32_t width, std::uint32_t height)
         truncateToInt64((width * 0.03125 + 7.0) * static_cast<double>(height) * 0.5 + 150.0));
 }
 
-double frameBudget(const DeviceRecord &rec, std::uint32_t frameRate, bool externalSync)
+double exactFrameBudget(const DeviceRecord &rec, std::uint32_t frameRate, bool externalSync)
 {
     // A frame rate of 0 gives an infinite budget: every size fits.
     const double f = static_cast<double>(frameRate);
     if (externalSync)
-        return std::trunc(static_cast<double>(rec.extClockFrequency) / f);
-    return std::trunc(1.0 / f / (1.0 / kCameraClockHz));
+        return static_cast<double>(rec.extClockFrequency) / f;
+    return 1.0 / f / (1.0 / kCameraClockHz);
+}
+
+double frameBudget(const DeviceRecord &rec, std::uint32_t frameRate, bool externalSync)
+{
+    return std::trunc(exactFrameBudget(rec, frameRate, externalSync));
 }
 
 std::uint32_t largestFrameRate(const DeviceRecord &rec, std::uint32_t resolution)

@@ -83,8 +83,8 @@ std::uint32_t enterPlayback(std::uint32_t deviceNo, std::int32_t *err)
 std::uint32_t awaitSettled(std::uint32_t deviceNo, std::int32_t *err)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kModeSettleTimeoutMs);
+    std::uint32_t mode = 0; // an unknown answer leaves the last one standing
     for (;;) {
-        std::uint32_t mode = 0;
         readCameraMode(deviceNo, &mode, err);
         if (mode != kHostMode8)
             return 1;

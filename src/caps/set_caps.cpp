@@ -110,13 +110,13 @@ std::uint32_t setCommand137Flag(Call &c, bool bit0)
     return 1;
 }
 
-// Re-reads the power mode the camera reports at start-up (command 54).
+// Repeats the status read of the start-up sequence (command 54, the power
+// mode); only its success is kept.
 std::uint32_t rereadStatus(Call &c)
 {
     CommandReply reply{};
     if (!cameraCommand(c.deviceNo, 54, 0, 0, &reply, c.err))
         return 0;
-    c.rec.powerMode = reply.value1;
     c.rec.flag55 = 1;
     return done(c);
 }
@@ -254,7 +254,7 @@ std::uint32_t storePreset(Call &c)
     const bool external = hasExternalSyncFirmware(rec.firmwareVersion) && rec.extSyncFlag;
     const std::uint32_t f = g_state.calcFrameRate;
     const std::uint32_t resolution = g_state.calcResolution;
-    const double t = frameBudget(rec, f, external);
+    const double t = exactFrameBudget(rec, f, external); // kept as computed, truncated per word
     const double spare = t - frameClocks(resolution >> 16, resolution & 0xFFFF);
     const std::uint32_t x[6] = {f,
                                 static_cast<std::uint32_t>(truncateToInt64(t)),

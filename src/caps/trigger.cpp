@@ -97,7 +97,7 @@ std::uint32_t setTrigger(std::uint32_t deviceNo, std::uint32_t value, std::uint3
     ChannelSettings &cs = rec.channelSettings[0];
     const std::uint32_t t = value & kTopByte;
     const bool segmented = t == 0x06000000 || t == 0x07000000;
-    if ((segmented && static_cast<std::uint64_t>(cs.triggerRatio) * cs.triggerCount > cs.triggerBase) ||
+    if ((segmented && cs.triggerRatio * cs.triggerCount > cs.triggerBase) || // 32-bit product, as the camera family
         (t == 0x04000000 && value2 > cs.triggerBase) || (t == 0x07000000 && value2 > cs.triggerCount)) {
         *err = QUORIN_ERR_OUT_OF_RANGE;
         return 0;

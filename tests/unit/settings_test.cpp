@@ -170,3 +170,50 @@ TEST(SettingsFolder, LivesInTheApplicationDataFolderUnderKavrionQelmar)
     ASSERT_GE(folder.size(), expected.size());
     EXPECT_EQ(folder.substr(folder.size() - expected.size()), expected);
 }
+
+TEST_F(Settings, EveryOneOfTheTwentyValuesIsNeeded)
+{
+    const char *names[20] = {"LUTUser1BrightnessR", "LUTUser1BrightnessG", "LUTUser1BrightnessB", "LUTUser1ContrastR",
+                             "LUTUser1ContrastG",   "LUTUser1ContrastB",   "LUTUser1GainR",       "LUTUser1GainG",
+                             "LUTUser1GainB",       "LUTUser1GammaR",      "LUTUser1GammaG",      "LUTUser1GammaB",
+                             "LUTUser1PosiNegaR",   "LUTUser1PosiNegaG",   "LUTUser1PosiNegaB",   "LUTUser1FreeMode",
+                             "PixelGain",           "SoftColorTempR",      "SoftColorTempG",      "SoftColorTempB"};
+    std::uint32_t dev = openVirtual(config(VCAM_K5, 7));
+    auto &rec = g_state.devices[dev];
+    const std::uint8_t zeros[8] = {};
+    for (int missing = -1; missing < 20; ++missing) {
+        rec.cameraNumber = freshCameraNumber();
+        quorin::platform::RegistryKey key = nullptr;
+        ASSERT_TRUE(quorin::platform::registryCreateKey(cameraKey(rec.cameraNumber).c_str(), &key));
+        for (int i = 0; i < 20; ++i) {
+            if (i == missing)
+                continue;
+            const bool binary = i >= 6 && i < 16;
+            const std::uint32_t size = i < 6 || i >= 16 ? 4 : i < 12 ? 8 : 1;
+            quorin::platform::registrySetValue(key, names[i],
+                                               binary ? quorin::platform::kRegBinary : quorin::platform::kRegDword,
+                                               zeros, size);
+        }
+        quorin::platform::registryCloseKey(key);
+        EXPECT_EQ(quorin::loadSettings(dev), missing < 0 ? 1u : 0u) << (missing < 0 ? "all" : names[missing]);
+    }
+}
+
+TEST_F(SettingsFiles, AnInterruptedSaveLeavesThePreviousFileWhole)
+{
+    VcamConfig cfg = config(VCAM_K5, 7);
+    cfg.cameraNumber = 7;
+    std::uint32_t dev = openVirtual(cfg);
+    g_state.buffers.gainTableB[dev][9] = 4321;
+    std::int32_t err = 0;
+    ASSERT_EQ(quorin::savePixelGain(dev, &err), 1u);
+    close(dev);
+    // A save cut off before its rename leaves only a partial temporary file.
+    {
+        std::ofstream partial(folder() + "PixelGainData_VELTA_007_1.gdf.x1y2z3", std::ios::binary);
+        partial << "short";
+    }
+    dev = openVirtual(cfg);
+    EXPECT_EQ(g_state.buffers.gainTableB[dev][9], 4321);
+    EXPECT_EQ(quorin::loadPixelGain(dev, &err), 1u);
+}

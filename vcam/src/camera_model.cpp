@@ -246,11 +246,15 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         if (settleLeft_ == 0)
             statusWord_ = 0;
         break;
-    case 178: // memory image
+    case 178: // memory image; asking for one puts the camera in playback
+        statusWord_ = 0x04000000u | (statusWord_ & 0x00FF0000u);
+        settleLeft_ = 0;
         return imageFrame();
-    case 183: // live image when p2 asks for one
+    case 183: // live image when p2 asks for one; p2 = 1 returns to live view
         if (p2 & 0x00010000u)
             return imageFrame();
+        if (p2 == 1)
+            statusWord_ &= 0x00FF0000u;
         break;
     case 43:
         a.value1 = config_.cameraNumber;
