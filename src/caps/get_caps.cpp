@@ -536,12 +536,8 @@ extern "C" int32_t DEV_GetDeviceCaps(uint32_t deviceNo, uint64_t, uint32_t capab
     std::int32_t scratchErr = 0;
     if (err == nullptr)
         err = &scratchErr;
-    if (!requireInitialised(err))
+    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err))
         return 0;
-    if (deviceNo >= kMaxDevices) {
-        *err = QUORIN_ERR_NOT_OPEN;
-        return 0;
-    }
     // Room for the largest result any id writes, for hosts that pass null.
     std::uint32_t scratchValue[kMaxChannels] = {};
     std::uint8_t scratchBlock[kChannelBlockBytes];
@@ -569,10 +565,8 @@ extern "C" int32_t DEV_GetDeviceName(uint32_t deviceNo, uint32_t index, char *na
         *err = QUORIN_ERR_NOT_SUPPORTED;
         return 0;
     }
-    if (deviceNo >= kMaxDevices) {
-        *err = QUORIN_ERR_NOT_OPEN;
+    if (!requireDeviceNumber(deviceNo, err))
         return 0;
-    }
     if (name == nullptr) {
         *err = QUORIN_ERR_OUT_OF_RANGE;
         return 0;

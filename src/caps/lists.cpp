@@ -415,12 +415,8 @@ extern "C" int32_t DEV_GetList(uint32_t deviceNo, uint64_t, uint32_t listId, uin
     std::int32_t scratchErr = 0;
     if (err == nullptr)
         err = &scratchErr;
-    if (!requireInitialised(err))
+    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err))
         return 0;
-    if (deviceNo >= kMaxDevices) {
-        *err = QUORIN_ERR_NOT_OPEN;
-        return 0;
-    }
     std::uint32_t scratchEntries[kMaxEntries];
     std::uint32_t scratchCount = 0;
     if (entries == nullptr)

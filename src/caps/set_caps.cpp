@@ -520,12 +520,8 @@ extern "C" int32_t DEV_SetDeviceCaps(uint32_t deviceNo, uint64_t, uint32_t capab
     std::int32_t scratch = 0;
     if (err == nullptr)
         err = &scratch;
-    if (!requireInitialised(err))
+    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err))
         return 0;
-    if (deviceNo >= kMaxDevices) {
-        *err = QUORIN_ERR_NOT_OPEN;
-        return 0;
-    }
     DeviceRecord &rec = device(deviceNo);
     if (!allowedInPlayback(capabilityId)) {
         if (rec.operatingStatus == kPlaybackStatus) {

@@ -17,6 +17,16 @@ inline bool requireInitialised(std::int32_t *err)
     return false;
 }
 
+// Whether deviceNo names one of the 64 slots; writes 103 to err when it
+// does not.
+inline bool requireDeviceNumber(std::uint32_t deviceNo, std::int32_t *err)
+{
+    if (deviceNo < kMaxDevices)
+        return true;
+    *err = QUORIN_ERR_NOT_OPEN;
+    return false;
+}
+
 // Whether deviceNo names an open slot with its buffers; writes 103 to err
 // when it does not.
 inline bool requireUsableDevice(std::uint32_t deviceNo, std::int32_t *err)

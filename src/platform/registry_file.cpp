@@ -113,6 +113,24 @@ std::optional<std::vector<std::uint8_t>> parseHexBytes(std::string_view s)
     }
 }
 
+// The type number of "hex(N):" or "str(N):" (N in hex, after the four
+// letters of the prefix); *colon is set to the position of the colon.
+std::optional<std::uint32_t> typeSuffix(std::string_view rest, std::size_t *colon)
+{
+    std::size_t close = rest.find("):");
+    if (close == std::string_view::npos || close == 4 || close > 12)
+        return std::nullopt;
+    std::uint32_t t = 0;
+    for (std::size_t i = 4; i < close; ++i) {
+        int d = hexDigit(rest[i]);
+        if (d < 0)
+            return std::nullopt;
+        t = t * 16 + static_cast<std::uint32_t>(d);
+    }
+    *colon = close + 1;
+    return t;
+}
+
 std::optional<RegistryValue> parseValue(std::string_view line)
 {
     RegistryValue value;
@@ -147,24 +165,13 @@ std::optional<RegistryValue> parseValue(std::string_view line)
         return value;
     }
     if (rest.substr(0, 4) == "hex:" || rest.substr(0, 4) == "hex(") {
-        std::size_t colon;
-        if (rest[3] == ':') {
-            value.type = kRegBinary;
-            colon = 3;
-        } else {
-            std::size_t close = rest.find(')');
-            if (close == std::string_view::npos || close == 4 || close > 12 || close + 1 >= rest.size() ||
-                rest[close + 1] != ':')
+        std::size_t colon = 3;
+        value.type = kRegBinary;
+        if (rest[3] != ':') {
+            auto type = typeSuffix(rest, &colon);
+            if (!type)
                 return std::nullopt;
-            std::uint32_t t = 0;
-            for (std::size_t i = 4; i < close; ++i) {
-                int d = hexDigit(rest[i]);
-                if (d < 0)
-                    return std::nullopt;
-                t = t * 16 + static_cast<std::uint32_t>(d);
-            }
-            value.type = t;
-            colon = close + 1;
+            value.type = *type;
         }
         auto bytes = parseHexBytes(rest.substr(colon + 1));
         if (!bytes)
@@ -174,18 +181,12 @@ std::optional<RegistryValue> parseValue(std::string_view line)
     }
     std::uint32_t stringType = kRegString;
     if (rest.substr(0, 4) == "str(") {
-        std::size_t close = rest.find("):");
-        if (close == std::string_view::npos || close == 4 || close > 12)
+        std::size_t colon = 0;
+        auto type = typeSuffix(rest, &colon);
+        if (!type)
             return std::nullopt;
-        std::uint32_t t = 0;
-        for (std::size_t i = 4; i < close; ++i) {
-            int d = hexDigit(rest[i]);
-            if (d < 0)
-                return std::nullopt;
-            t = t * 16 + static_cast<std::uint32_t>(d);
-        }
-        stringType = t;
-        rest = rest.substr(close + 2);
+        stringType = *type;
+        rest = rest.substr(colon + 1);
     }
     if (!rest.empty() && rest[0] == '"') {
         std::size_t p = 1;
