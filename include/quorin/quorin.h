@@ -186,7 +186,7 @@ enum {
     QUORIN_CAP_SENSOR_KIND = 29,         /**< get: sensor kind 2 or 3; set: command 112 value 2 or 3 */
     QUORIN_CAP_CONSTANT_64 = 30,         /**< get: 64, value2 0 */
     QUORIN_CAP_CHANNEL_NUMBER = 31,      /**< get/set: channel 1..channel count */
-    QUORIN_CAP_SETTING_32 = 32,          /**< get/set: 0..3; set 6 saves, 7 loads the pixel-gain file */
+    QUORIN_CAP_PIXEL_GAIN = 32,          /**< get/set: pixel gain 0 off, 1 camera table, 2 file table, 3 fixed; set 6 saves, 7 loads the pixel-gain file */
     QUORIN_CAP_FRAME_COUNT = 33,         /**< get: frames the camera's memory holds */
     QUORIN_CAP_SYNC_SOURCE = 34,         /**< get/set: sub-index 1 sync source 1..5, sub-index 2 mode 6..11 */
     QUORIN_CAP_PAIR_128 = 35,            /**< get/set: sub-index 1 codes 1..2, sub-index 2 codes 3..14 */
@@ -223,24 +223,25 @@ enum {
     QUORIN_CAP_SUPPORTED_80 = 80,        /**< get: always 1 */
     QUORIN_CAP_CONSTANT_3000 = 81,       /**< get: 3000 */
     QUORIN_CAP_VALUE_47 = 84,            /**< get: command 47 value, limited */
-    QUORIN_CAP_KEPT_85 = 85,             /**< get/set: kept by the library */
+    QUORIN_CAP_DEFECT_CORRECT = 85,      /**< get/set: defective-pixel correction on (non-zero) or off */
     QUORIN_CAP_USER_GAIN_R = 86,         /**< get: colour gain R of the camera; set: user gain R for QUORIN_CAP_COLOUR_TEMPERATURE 3/4 (16 = 1.0) */
     QUORIN_CAP_USER_GAIN_G = 87,         /**< as QUORIN_CAP_USER_GAIN_R for green */
     QUORIN_CAP_USER_GAIN_B = 88,         /**< as QUORIN_CAP_USER_GAIN_R for blue */
     QUORIN_CAP_CONSTANT_16_63 = 89,      /**< get: 16, value2 63 */
-    QUORIN_CAP_KEPT_90 = 90,             /**< get/set: kept by the library */
+    QUORIN_CAP_KEEP_LIVE_CACHE = 90,     /**< get/set: keep the 16-bit result of 8-bit transfers for DEV_TransferLiveImageCache */
     QUORIN_CAP_LEVEL_RANGE = 91,         /**< get: by sub-index 0..3 */
-    QUORIN_CAP_KEPT_92 = 92,             /**< get/set: kept by the library; enables QUORIN_CAP_KEPT_120 */
+    QUORIN_CAP_SOFT_COLOUR = 92,         /**< get/set: colour balance from the soft gains (121..123) instead of the camera's; enables 120 */
     QUORIN_CAP_COMMAND_157 = 95,         /**< set: send command 157 */
     QUORIN_CAP_SUPPORTED_96 = 96,        /**< get: always 1 */
     QUORIN_CAP_INTERFACE_REGISTER = 97,  /**< get/set: link type 2 interface register, sub-index 0..2 */
     QUORIN_CAP_PRESET_EXT_SYNC = 98,     /**< get: external-sync flag of preset sub-index */
     QUORIN_CAP_EXTERNAL_SYNC = 99,       /**< get/set: external sync 0/1 (firmware 117..199, 300 on) */
     QUORIN_CAP_VALUE_78 = 100,           /**< get: command 78 value (same firmware) */
-    QUORIN_CAP_KEPT_119 = 119,           /**< get/set: kept by the library (firmware below 114) */
+    QUORIN_CAP_COLUMN_CORRECT = 119,     /**< get/set: 32-column crosstalk correction (firmware below 114) */
     QUORIN_CAP_KEPT_120 = 120,           /**< get/set: kept colour setting (K5C) */
-    QUORIN_CAP_KEPT_121 = 121,           /**< get/set: kept colour setting below 64 (K5C; 121..123) */
-    QUORIN_CAP_KEPT_123 = 123,
+    QUORIN_CAP_SOFT_GAIN_R = 121,        /**< get/set: soft colour-balance gain R, 16 = 1.0, below 64 (K5C) */
+    QUORIN_CAP_SOFT_GAIN_G = 122,        /**< get/set: soft gain G */
+    QUORIN_CAP_SOFT_GAIN_B = 123,        /**< get/set: soft gain B */
     QUORIN_CAP_EXPOSURE_NS = 127,        /**< get: exposure time in nanoseconds */
     QUORIN_CAP_KERNEL_VARIANT = 128,     /**< set: image-pipeline option word */
     QUORIN_CAP_REFRESH_STARTUP = 162     /**< get: re-read start-up values 1..5 from the camera */
@@ -275,7 +276,7 @@ enum {
     QUORIN_LIST_OUTPUT_LUT_R = 25,         /**< output table R of the selected channel's row */
     QUORIN_LIST_OUTPUT_LUT_G = 26,         /**< output table G (the red one on the K5) */
     QUORIN_LIST_OUTPUT_LUT_B = 27,         /**< output table B (the red one on the K5) */
-    QUORIN_LIST_SETTING_32_VALUES = 28,    /**< 0..3, 6, 7 */
+    QUORIN_LIST_PIXEL_GAIN_VALUES = 28,    /**< 0..3, 6, 7 */
     QUORIN_LIST_STORED_ENTRIES = 30,       /**< the ten values kept by QUORIN_LIST_CAMERA_ENTRIES */
     QUORIN_LIST_TWO_VALUES = 31,           /**< 0, 2 */
     QUORIN_LIST_EXPOSURE_TIMES_NS = 40,    /**< exposure times in nanoseconds */

@@ -297,7 +297,7 @@ std::uint32_t run(Call &c)
         rec.channelNumber = r.value2 >> 24;
         return store(c, rec.channelNumber);
     case 32:
-        return store(c, rec.setting32);
+        return store(c, rec.pixelGainMode);
     case 33:
     case 42:
         if (!askChannel(c, 44, r))
@@ -455,11 +455,11 @@ std::uint32_t run(Call &c)
         return store(c, v <= limit ? v : 0);
     }
     case 85:
-        return store(c, rec.kept85);
+        return store(c, rec.defectCorrect);
     case 90:
-        return store(c, rec.kept90);
+        return store(c, rec.keepLiveCache);
     case 92:
-        return store(c, rec.kept92);
+        return store(c, rec.softColourSwitch);
     case 86:
     case 87:
     case 88: {
@@ -503,19 +503,19 @@ std::uint32_t run(Call &c)
         row.value78 = r.value1;
         return store(c, r.value1);
     case 119:
-        *c.value = rec.kept119;
+        *c.value = rec.columnCorrect;
         return rec.firmwareVersion < 114 ? done(c) : refuse(c, QUORIN_ERR_NOT_SUPPORTED);
     case 120:
         if (!colour)
             return refuse(c, QUORIN_ERR_NOT_SUPPORTED);
         *c.value = rec.kept120;
-        return rec.kept92 != 0 ? done(c) : refuse(c, QUORIN_ERR_NOT_ALLOWED);
+        return rec.softColourSwitch != 0 ? done(c) : refuse(c, QUORIN_ERR_NOT_ALLOWED);
     case 121:
     case 122:
     case 123:
         if (!colour)
             return refuse(c, QUORIN_ERR_NOT_SUPPORTED);
-        return store(c, rec.keptColour[c.id - 121]);
+        return store(c, rec.softColorTemp[c.id - 121]);
     case 162:
         if (!readStartupValues(c.deviceNo, c.err))
             return 0;

@@ -404,7 +404,7 @@ std::uint32_t run(Call &c)
         return 1;
     case 32:
         if (c.value <= 3)
-            return keep(c, rec.setting32);
+            return keep(c, rec.pixelGainMode);
         if (c.value == 6)
             return savePixelGain(c.deviceNo, c.err);
         if (c.value == 7)
@@ -458,11 +458,11 @@ std::uint32_t run(Call &c)
         rec.colourMatrixSelect = c.value != 0 ? 1 : 0;
         return done(c);
     case 85:
-        return keep(c, rec.kept85);
+        return keep(c, rec.defectCorrect);
     case 90:
-        return keep(c, rec.kept90);
+        return keep(c, rec.keepLiveCache);
     case 92:
-        return keep(c, rec.kept92);
+        return keep(c, rec.softColourSwitch);
     case 86:
     case 87:
     case 88:
@@ -482,18 +482,18 @@ std::uint32_t run(Call &c)
     case 119:
         if (rec.firmwareVersion >= 114)
             return refuse(c, QUORIN_ERR_NOT_SUPPORTED);
-        return keep(c, rec.kept119);
+        return keep(c, rec.columnCorrect);
     case 120:
         if (!rec.isColour)
             return refuse(c, QUORIN_ERR_NOT_SUPPORTED);
-        if (rec.kept92 == 0)
+        if (rec.softColourSwitch == 0)
             return refuse(c, QUORIN_ERR_NOT_ALLOWED);
         return keep(c, rec.kept120);
     case 121:
     case 122:
     case 123:
         if (c.value < 64) // larger values are ignored, yet the call succeeds
-            rec.keptColour[c.id - 121] = c.value;
+            rec.softColorTemp[c.id - 121] = c.value;
         return done(c);
     case 128:
         return keep(c, rec.kernelVariant);

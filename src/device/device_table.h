@@ -122,10 +122,11 @@ struct DeviceRecord {
     std::uint32_t mode53;
     std::uint32_t mode69, value69;
     std::uint32_t command43Value;
-    // Settings the library keeps for the host without telling the camera.
-    std::uint32_t setting32;
-    std::uint32_t kept85, kept90, kept92, kept119, kept120;
-    std::uint32_t keptColour[3]; // ids 121..123
+    // Image-pipeline switches the host sets through kept capabilities:
+    // id 32 pixelGainMode, 85 defectCorrect, 90 keepLiveCache, 92 the soft
+    // colour-temperature switch, 119 columnCorrect, 121..123 softColorTemp.
+    std::uint32_t softColourSwitch;
+    std::uint32_t kept120;
 };
 
 // Per-device buffers, each an array of 64 pointers indexed by device number.

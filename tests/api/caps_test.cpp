@@ -101,14 +101,14 @@ TEST_F(CapsTest, KeptQuirks)
     EXPECT_EQ(get(QUORIN_CAP_SHUTTER).value, 1000u);
 
     // Kept colour settings ignore values of 64 and more, yet succeed.
-    ASSERT_EQ(set(QUORIN_CAP_KEPT_121, 12).ok, 1);
-    CapResult big = set(QUORIN_CAP_KEPT_121, 64);
+    ASSERT_EQ(set(QUORIN_CAP_SOFT_GAIN_R, 12).ok, 1);
+    CapResult big = set(QUORIN_CAP_SOFT_GAIN_R, 64);
     EXPECT_EQ(big.ok, 1);
     EXPECT_EQ(big.err, QUORIN_SUCCESS);
-    EXPECT_EQ(get(QUORIN_CAP_KEPT_121).value, 12u);
+    EXPECT_EQ(get(QUORIN_CAP_SOFT_GAIN_R).value, 12u);
     // Id 120 needs id 92.
     EXPECT_EQ(set(QUORIN_CAP_KEPT_120, 3).err, QUORIN_ERR_NOT_ALLOWED);
-    ASSERT_EQ(set(QUORIN_CAP_KEPT_92, 1).ok, 1);
+    ASSERT_EQ(set(QUORIN_CAP_SOFT_COLOUR, 1).ok, 1);
     ASSERT_EQ(set(QUORIN_CAP_KEPT_120, 3).ok, 1);
     EXPECT_EQ(get(QUORIN_CAP_KEPT_120).value, 3u);
     // Id 14 on the smallest picture.
@@ -146,7 +146,7 @@ TEST_F(CapsTest, FirmwareModelAndLinkGates)
     EXPECT_EQ(set(QUORIN_CAP_EXPOSURE_ENABLE, 1).err, QUORIN_ERR_NOT_SUPPORTED);
     EXPECT_EQ(get(QUORIN_CAP_MODE_143).err, QUORIN_ERR_NOT_SUPPORTED) << "colour below 116";
     EXPECT_EQ(get(QUORIN_CAP_EXTERNAL_SYNC).err, QUORIN_ERR_NOT_SUPPORTED);
-    EXPECT_EQ(get(QUORIN_CAP_KEPT_119).ok, 1);
+    EXPECT_EQ(get(QUORIN_CAP_COLUMN_CORRECT).ok, 1);
     EXPECT_EQ(get(QUORIN_CAP_INTERFACE_REGISTER).err, QUORIN_ERR_NOT_SUPPORTED) << "link type 2 only";
     EXPECT_EQ(list(QUORIN_LIST_FRAME_RATES).entries.size(), 25u);
 
@@ -157,7 +157,7 @@ TEST_F(CapsTest, FirmwareModelAndLinkGates)
     for (uint32_t id : {8u, 44u, 45u, 46u, 77u, 86u, 87u, 88u, 120u, 121u, 122u, 123u})
         EXPECT_EQ(get(id).err, QUORIN_ERR_NOT_SUPPORTED) << id;
     EXPECT_EQ(set(QUORIN_CAP_COLOUR_TEMPERATURE, 1).err, QUORIN_ERR_NOT_SUPPORTED);
-    EXPECT_EQ(get(QUORIN_CAP_KEPT_119).err, QUORIN_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(get(QUORIN_CAP_COLUMN_CORRECT).err, QUORIN_ERR_NOT_SUPPORTED);
     EXPECT_EQ(get(QUORIN_CAP_EXTERNAL_SYNC).ok, 1);
     EXPECT_EQ(get(QUORIN_CAP_INTERFACE_REGISTER, 1).value, 0x22u);
     ASSERT_EQ(set(QUORIN_CAP_INTERFACE_REGISTER, 0x99, 0, 1).ok, 1);
