@@ -2,6 +2,7 @@
 
 #include "caps/caps_common.h"
 #include "caps/operating_mode.h"
+#include "data/lut.h"
 #include "data/registry_settings.h"
 #include "data/settings_files.h"
 #include "device/device_table.h"
@@ -262,6 +263,15 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
     readStartupValues(deviceNo, err);
     readModeWord79(deviceNo, err);
     loadFreeLut(deviceNo);
+
+    // Neutral colour gains and ready look-up tables for both rows, so that
+    // the first picture is not black before the host has read the LUT mode
+    // or the colour temperature (a monochrome camera never reports gains).
+    for (std::uint32_t row = 0; row < 2; ++row) {
+        ChannelSettings &cs = rec.channelSettings[row];
+        cs.colourGainR = cs.colourGainG = cs.colourGainB = 16;
+        generateLut(deviceNo, row, cs.lutMode <= 5 ? cs.lutMode : 0);
+    }
 
     // 19.
     rec.kernelVariant = 0x80000000u;

@@ -1,5 +1,9 @@
 #include "camera_model.h"
 
+#include "scene.h"
+
+#include <algorithm>
+
 #include <cstring>
 
 namespace vcam {
@@ -130,7 +134,7 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
             if ((size >> 16) >= 1 && (size >> 16) <= kSensorWidth && (size & 0xFFFF) >= 1 &&
                 (size & 0xFFFF) <= kSensorHeight) {
                 resolution_ = size;
-                frame_.reset();
+                frames_.clear();
             }
         }
         break;
@@ -173,8 +177,8 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         a.value1 = config_.mode69;
         a.value2 = config_.value69;
         break;
-    case 73:
-        a.value1 = 0x00400020;
+    case 73: // where the picture sits on the sensor: first column << 16 | first row
+        a.value1 = areaOrigin();
         break;
     case 78:
         a.value1 = 0;
@@ -226,7 +230,7 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         const std::uint32_t w = p1 >> 16, h = p1 & 0xFFFF;
         if (w >= 1 && w <= kSensorWidth && h >= 1 && h <= kSensorHeight && resolution_ != p1) {
             resolution_ = p1;
-            frame_.reset();
+            frames_.clear();
         }
         break;
     }
@@ -249,10 +253,10 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
     case 178: // memory image; asking for one puts the camera in playback
         statusWord_ = 0x04000000u | (statusWord_ & 0x00FF0000u);
         settleLeft_ = 0;
-        return imageFrame();
+        return imageFrame(recordedTime(p1, p2));
     case 183: // live image when p2 asks for one; p2 = 1 returns to live view
         if (p2 & 0x00010000u)
-            return imageFrame();
+            return imageFrame(liveTick_++ % kLiveCycle);
         if (p2 == 1)
             statusWord_ &= 0x00FF0000u;
         break;
@@ -302,19 +306,53 @@ void CameraModel::block(const std::uint8_t *data, std::size_t length)
     blocksReceived_ += 1;
 }
 
-Answer CameraModel::imageFrame()
+std::uint32_t CameraModel::areaOrigin() const
+{
+    const std::uint32_t w = resolution_ >> 16, h = resolution_ & 0xFFFF;
+    const std::uint32_t x0 = ((kSensorWidth - std::min(w, kSensorWidth)) / 2) & ~1u;
+    const std::uint32_t y0 = ((kSensorHeight - std::min(h, kSensorHeight)) / 2) & ~1u;
+    return x0 << 16 | y0;
+}
+
+// Recorded frames are numbered from 1 in each segment; the recording is
+// config_.recordFrames long and repeats beyond that.
+std::uint32_t CameraModel::recordedTime(std::uint32_t frame, std::uint32_t p2) const
+{
+    const std::uint32_t segment = (p2 >> 20) & 0xF;
+    const std::uint32_t length = config_.recordFrames == 0 ? 1 : config_.recordFrames;
+    return kLiveCycle + (segment * 1000 + frame - 1) % length;
+}
+
+void CameraModel::ensureCalibration()
+{
+    if (!darkValues_.empty())
+        return;
+    darkValues_.resize(kSensorWidth * kSensorHeight);
+    gainCodes_.resize(kSensorWidth * kSensorHeight);
+    for (std::uint32_t y = 0; y < kSensorHeight; ++y)
+        for (std::uint32_t x = 0; x < kSensorWidth; ++x) {
+            darkValues_[y * kSensorWidth + x] = std::uint16_t(2 + (x * 7 + y * 13) % 5); // fixed-pattern offset
+            gainCodes_[y * kSensorWidth + x] = std::uint16_t(247 + (x * 3 + y * 5) % 5);  // x4 = 988..1004
+        }
+}
+
+Answer CameraModel::imageFrame(std::uint32_t time)
 {
     Answer a;
-    if (!frame_) {
-        const std::uint32_t w = resolution_ >> 16, h = resolution_ & 0xFFFF;
-        std::vector<std::uint16_t> values(std::size_t(w) * h);
-        for (std::uint32_t y = 0; y < h; ++y)
-            for (std::uint32_t x = 0; x < w; ++x)
-                values[std::size_t(y) * w + x] = std::uint16_t((x + y) & 0x3FF);
-        frame_ = std::make_shared<const std::vector<std::uint8_t>>(packTenBit(values.data(), values.size()));
-    }
-    a.bulk = frame_;
     a.imageData = true;
+    auto it = frames_.find(time);
+    if (it != frames_.end()) {
+        a.bulk = it->second;
+        return a;
+    }
+    ensureCalibration();
+    const std::uint32_t origin = areaOrigin();
+    const SensorModel sensor{config_.model == VCAM_K5C, &darkValues_, &gainCodes_, &defects_};
+    std::vector<std::uint16_t> values =
+        renderRaw(sensor, origin >> 16, origin & 0xFFFF, resolution_ >> 16, resolution_ & 0xFFFF, time);
+    values.resize((values.size() + 3) & ~std::size_t{3}); // whole groups of four
+    a.bulk = std::make_shared<const std::vector<std::uint8_t>>(packTenBit(values.data(), values.size()));
+    frames_[time] = a.bulk;
     return a;
 }
 
@@ -326,21 +364,13 @@ Answer CameraModel::calibrationImage(std::uint32_t which)
         return a;
     }
     if (!calibration_[which]) {
-        std::vector<std::uint16_t> values(kSensorWidth * kSensorHeight);
-        for (std::uint32_t y = 0; y < kSensorHeight; ++y)
-            for (std::uint32_t x = 0; x < kSensorWidth; ++x) {
-                std::uint16_t v;
-                if (which == 0) // dark frame: a few counts of fixed-pattern offset
-                    v = std::uint16_t(2 + (x * 7 + y * 13) % 5);
-                else // per-pixel gain codes around 249 (x4 = 996)
-                    v = std::uint16_t(247 + (x * 3 + y * 5) % 5);
-                values[y * kSensorWidth + x] = v;
-            }
+        ensureCalibration();
+        std::vector<std::uint16_t> values = which == 0 ? darkValues_ : gainCodes_;
         if (which == 1)
             for (std::uint32_t d : defects_) {
                 std::uint32_t x = d >> 16, y = d & 0xFFFF;
                 if (x < kSensorWidth && y < kSensorHeight)
-                    values[y * kSensorWidth + x] |= 512;
+                    values[y * kSensorWidth + x] |= 512; // flagged as defective
             }
         calibration_[which] = std::make_shared<const std::vector<std::uint8_t>>(packTenBit(values.data(), values.size()));
     }

@@ -4,6 +4,7 @@
 #include "vcam/vcam.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -27,6 +28,8 @@ constexpr std::uint32_t kSensorWidth = 1024;
 constexpr std::uint32_t kSensorHeight = 1024;
 // A calibration image: the whole sensor packed four values to five bytes.
 constexpr std::size_t kCalibrationBytes = kSensorWidth * kSensorHeight * 5 / 4;
+// Live frames repeat after this many.
+constexpr std::uint32_t kLiveCycle = 16;
 
 // Packs 10-bit values four to five bytes, least significant bits first;
 // count must be a multiple of four.
@@ -61,7 +64,10 @@ public:
 
 private:
     Answer calibrationImage(std::uint32_t which);
-    Answer imageFrame();
+    Answer imageFrame(std::uint32_t time);
+    void ensureCalibration();
+    std::uint32_t areaOrigin() const;
+    std::uint32_t recordedTime(std::uint32_t frame, std::uint32_t p2) const;
     std::uint32_t readStatus();
     Register *registerFor(std::uint16_t code, bool set);
     std::uint32_t shutterColumn() const;
@@ -75,7 +81,11 @@ private:
     std::uint32_t settleLeft_ = 0;
     std::uint32_t resolution_ = 0x04000400;
     Bulk calibration_[2];
-    Bulk frame_;
+    // Frames rendered so far for the present picture size, by time: live
+    // frames cycle through kLiveCycle times, recorded ones follow them.
+    std::map<std::uint32_t, Bulk> frames_;
+    std::uint32_t liveTick_ = 0;
+    std::vector<std::uint16_t> darkValues_, gainCodes_;
     std::vector<Register> registers_;
     std::uint32_t modeTable_[20][6];
     std::uint32_t colourTemperature_ = 5100;

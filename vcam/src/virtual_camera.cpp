@@ -408,6 +408,7 @@ VCAM_API void vcam_default_config(VcamConfig *cfg, uint32_t model, uint32_t link
     cfg->modeWord79 = 0x79;
     cfg->settlePolls = 2;
     cfg->extClockHz = 10000000;
+    cfg->recordFrames = 32;
     for (uint32_t n = 0; n < 10; ++n) {
         cfg->cameraEntries[n][0] = n < 4 ? 100 + n : 0xFFFFFFFFu; // four cameras on the bus
         cfg->cameraEntries[n][1] = (n + 1) << 20 | (n == 0 ? 1u : 0u);

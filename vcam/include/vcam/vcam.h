@@ -35,6 +35,14 @@
  * setting read back after it was written answers what was written.
  * Commands 97 to 99 are answered with the universal reply code 177.
  *
+ * Image requests (183 live, 178 recorded) are answered with a frame of the
+ * picture size the camera is set to, centred on the sensor (command 73
+ * reports where): a moving test scene of colour bars, gradients and fine
+ * detail, through the K5C's colour mosaic (red at even row and column) or
+ * grey on the K5, with the dark offsets and gains of the calibration images
+ * and the flagged defect pixels saturated. Frames are rendered once and
+ * then served as a copy.
+ *
  * Each camera keeps a trace of every host call and of every command it
  * decoded, and injects faults on request.
  *
@@ -92,6 +100,7 @@ typedef struct VcamConfig {
     uint32_t extClockHz;         /**< external sync clock reported by command 80 */
     uint32_t mode69, value69;    /**< the two values of command 69 */
     uint32_t cameraEntries[10][2]; /**< answers of command 36 for entries 1..10 (0xFFFFFFFF: none) */
+    uint32_t recordFrames;       /**< frames of the recording held in memory (default 32) */
     uint32_t defectCount;        /**< number of entries in defects */
     const uint32_t *defects;     /**< flagged pixels of calibration image B, (column << 16) | row;
                                       copied by vcam_create */

@@ -1,0 +1,95 @@
+// What one frame's processing reads and writes: the image area, the
+// device's buffers and tables, and the switches of the record, gathered
+// once per transfer so that the stages need nothing else.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quorin::image {
+
+// The image area on the sensor: width, height, first column and row.
+struct Area {
+    std::uint32_t w, h, x0, y0;
+    std::size_t pixels() const { return std::size_t{w} * h; }
+};
+
+constexpr std::uint32_t kSensorSide = 1024;
+constexpr std::uint16_t kMaxValue = 1023;
+
+// Kernel chosen by the option word: bit 1 selects the eight-lane vector
+// kernels, else bit 0 skips the stage, else the scalar kernel runs.
+enum class Kernel { Scalar, Vector, Skip };
+
+inline Kernel kernelFor(std::uint32_t kernelVariant)
+{
+    if (kernelVariant & 2)
+        return Kernel::Vector;
+    if (kernelVariant & 1)
+        return Kernel::Skip;
+    return Kernel::Scalar;
+}
+
+// Channel slot of colour c (0 red, 1 green, 2 blue) in an RGB triple: the
+// first demosaic layout stores blue, green, red.
+inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
+{
+    return demosaicMethod == 1 ? 2 - colour : colour;
+}
+
+struct Frame {
+    Area area;
+    bool memory; // a memory frame (row 1) rather than a live one (row 0)
+
+    const std::uint8_t *raw;
+    std::uint16_t *work;     // w * h mosaic or grey values, packed rows
+    std::uint16_t *rgb;      // w * h * 3
+    std::uint16_t *previous; // w * h scratch
+    std::uint16_t *cache;    // w * h * 3, the 16-bit result of 8-bit transfers
+
+    const std::uint16_t *dark;  // 1024 x 1024 sensor tables
+    const std::uint16_t *gainA;
+    const std::uint16_t *gainB;
+    const std::uint16_t *lut[3];         // look-up tables R (and grey), G, B of the row
+    const std::uint16_t *bilinearLut[3]; // tables of the bilinear colour modes
+
+    bool colour;
+    bool darkSubtract;
+    bool columnCorrect;
+    std::uint32_t pixelGainMode;
+    bool defectCorrect;
+    std::uint32_t defectCount;
+    const std::uint32_t *defects;
+    bool rawBayerOutput;
+    std::uint32_t outputShift;
+    std::uint32_t demosaicMethod;
+    bool keepLiveCache;
+    std::uint32_t colourMode;
+    std::uint32_t balanceGains[3]; // R, G, B, 16 = 1.0
+    bool matrixOn;
+    std::int32_t matrix[9]; // RR RG RB GR GG GB BR BG BB, 256 = 1.0
+    std::uint32_t kernelVariant;
+    std::uint32_t mode71; // edge enhancement: 0 off
+};
+
+// Shift of the edge enhancement for a mode71 value (non-zero).
+inline unsigned edgeShift(std::uint32_t mode71)
+{
+    return mode71 == 1 ? 2 : mode71 == 2 ? 1 : 0;
+}
+
+// Look-up table index of a value: values above the table's 1024 entries
+// read its last entry.
+inline std::uint32_t lutIndex(std::uint32_t v)
+{
+    return v > kMaxValue ? kMaxValue : v;
+}
+
+// The 8-bit reduction.
+inline std::uint8_t reduce8(std::uint32_t v, std::uint32_t shift)
+{
+    const std::uint32_t o = v >> shift;
+    return static_cast<std::uint8_t>(o > 255 ? 255 : o);
+}
+
+} // namespace quorin::image
