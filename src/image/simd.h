@@ -1,0 +1,50 @@
+// Run-time choice of the instruction set for the pixel kernels.
+//
+// A kernel is written once and compiled four times: without vectorisation
+// (scalar), for the x86-64 baseline (SSE2), for AVX2 and for AVX-512; the
+// level is chosen once from the processor's features. The environment
+// variable QUORIN_SIMD (scalar, sse2, avx2, avx512) can lower it, and tests
+// set it directly to compare every level with the reference stages.
+#pragma once
+
+namespace quorin::image::simd {
+
+enum class Level { Scalar = 0, Sse2 = 1, Avx2 = 2, Avx512 = 3 };
+
+// The highest level this processor runs.
+Level supported();
+// The level kernels use now.
+Level active();
+// Sets the level (capped at what the processor supports); returns the one set.
+Level setActive(Level level);
+const char *name(Level level);
+
+} // namespace quorin::image::simd
+
+#define QUORIN_ALWAYS_INLINE __attribute__((always_inline))
+
+// Defines struct `name` with the kernel compiled four ways and
+// name::pick(), the build for the active level.
+#define QUORIN_KERNEL(name, params, ...)                                                                               \
+    struct name {                                                                                                      \
+        __attribute__((optimize("no-tree-vectorize", "no-tree-slp-vectorize"))) static void scalar params            \
+        {                                                                                                              \
+            __VA_ARGS__                                                                                                \
+        }                                                                                                              \
+        static void sse2 params { __VA_ARGS__ }                                                                        \
+        __attribute__((target("avx2"))) static void avx2 params { __VA_ARGS__ }                                       \
+        __attribute__((target("avx512f,avx512bw,avx512vl"))) static void avx512 params { __VA_ARGS__ }                \
+        static auto pick()                                                                                             \
+        {                                                                                                              \
+            switch (::quorin::image::simd::active()) {                                                                 \
+            case ::quorin::image::simd::Level::Scalar:                                                                 \
+                return &scalar;                                                                                        \
+            case ::quorin::image::simd::Level::Avx2:                                                                   \
+                return &avx2;                                                                                          \
+            case ::quorin::image::simd::Level::Avx512:                                                                 \
+                return &avx512;                                                                                        \
+            default:                                                                                                   \
+                return &sse2;                                                                                          \
+            }                                                                                                          \
+        }                                                                                                              \
+    }

@@ -1,0 +1,227 @@
+// The shipped pipeline against the reference stages: random and
+// adversarial frames, every setting that changes the path, every
+// instruction-set level this processor runs, bit for bit.
+#include "image/pipeline.h"
+#include "image/reference/stages.h"
+#include "image/simd.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+using namespace quorin::image;
+
+namespace {
+
+enum class Content { Random, Saturated, Zero, Checkerboard, Smooth };
+
+// One frame's inputs, owned; two copies run through the two pipelines.
+struct Scenario {
+    Frame f{};
+    std::vector<std::uint8_t> raw;
+    std::vector<std::uint16_t> work, rgb, previous, cache, dark, gainA, gainB, luts;
+    std::vector<std::uint32_t> defects;
+
+    Scenario(const Scenario &) = delete;
+    Scenario() = default;
+
+    void bind()
+    {
+        f.raw = raw.data();
+        f.work = work.data();
+        f.rgb = rgb.data();
+        f.previous = previous.data();
+        f.cache = cache.data();
+        f.dark = dark.data();
+        f.gainA = gainA.data();
+        f.gainB = gainB.data();
+        for (int c = 0; c < 3; ++c) {
+            f.lut[c] = luts.data() + 1024 * c;
+            f.bilinearLut[c] = luts.data() + 1024 * (3 + c);
+        }
+        f.defects = defects.data();
+    }
+};
+
+void fill(Scenario &s, std::mt19937 &rng, const Area &a, Content content, bool colour)
+{
+    constexpr std::size_t kPixels = 1024 * 1024;
+    std::vector<std::uint16_t> values(a.pixels() + 4);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::size_t x = i % a.w, y = i / a.w;
+        switch (content) {
+        case Content::Random:
+            values[i] = rng() & 1023;
+            break;
+        case Content::Saturated:
+            values[i] = 1023;
+            break;
+        case Content::Zero:
+            values[i] = 0;
+            break;
+        case Content::Checkerboard:
+            values[i] = ((x / 3 + y / 2) & 1) ? 1023 : 5;
+            break;
+        case Content::Smooth:
+            values[i] = static_cast<std::uint16_t>((x * 3 + y * 2 + (rng() & 7)) & 1023);
+            break;
+        }
+    }
+    s.raw.assign(0x200000, 0);
+    for (std::size_t g = 0; 4 * g + 3 < values.size(); ++g) {
+        std::uint64_t bits = 0;
+        for (int k = 0; k < 4; ++k)
+            bits |= std::uint64_t(values[4 * g + k]) << (10 * k);
+        for (int b = 0; b < 5; ++b)
+            s.raw[5 * g + b] = static_cast<std::uint8_t>(bits >> (8 * b));
+    }
+    s.work.assign(kPixels, 0);
+    for (auto &v : s.work)
+        v = rng() & 0xFFFF; // stale contents the unpacker may leave
+    s.rgb.assign(3 * kPixels, 0);
+    s.previous.assign(kPixels, 0);
+    s.cache.assign(3 * kPixels, 0x5A5A);
+    s.dark.resize(kPixels);
+    s.gainA.resize(kPixels);
+    s.gainB.resize(kPixels);
+    const bool wildGains = (rng() % 4) == 0;
+    for (std::size_t i = 0; i < kPixels; ++i) {
+        s.dark[i] = rng() % 12;
+        s.gainA[i] = static_cast<std::uint16_t>(wildGains ? rng() : 900 + rng() % 200);
+        s.gainB[i] = static_cast<std::uint16_t>(997 + rng() % 50);
+    }
+    s.luts.resize(6 * 1024);
+    const int lutKind = static_cast<int>(rng() % 3);
+    for (std::size_t i = 0; i < s.luts.size(); ++i) {
+        const std::uint32_t v = i % 1024;
+        s.luts[i] = static_cast<std::uint16_t>(lutKind == 0 ? v : lutKind == 1 ? 1023 - v : rng() % 2100);
+    }
+    // Defects: scattered, clustered with their neighbours, some outside the area.
+    const std::uint32_t count = rng() % 3 == 0 ? 0 : 1 + rng() % 1024;
+    s.defects.clear();
+    for (std::uint32_t k = 0; k < count; ++k) {
+        std::uint32_t x = a.x0 + rng() % (a.w + 2), y = a.y0 + rng() % (a.h + 2);
+        if (k % 5 == 1 && !s.defects.empty()) { // next to the previous one
+            x = (s.defects.back() >> 16) + 1;
+            y = s.defects.back() & 0xFFFF;
+        }
+        s.defects.push_back(x << 16 | y);
+    }
+    s.defects.resize(1024);
+    Frame &f = s.f;
+    f.area = a;
+    f.colour = colour;
+    f.defectCount = count;
+}
+
+void configure(Frame &f, std::mt19937 &rng, bool vectorAllowed)
+{
+    auto pick = [&](std::uint32_t n) { return static_cast<std::uint32_t>(rng() % n); };
+    f.kernelVariant = 0x80000000u | (vectorAllowed ? pick(4) : pick(2));
+    f.darkSubtract = pick(4) != 0;
+    f.columnCorrect = pick(3) == 0;
+    f.pixelGainMode = pick(5);
+    f.defectCorrect = pick(4) != 0;
+    f.rawBayerOutput = pick(6) == 0;
+    f.outputShift = pick(3);
+    f.demosaicMethod = pick(3);
+    f.keepLiveCache = pick(2) != 0;
+    f.colourMode = pick(5) == 0 ? pick(4) : 2;
+    for (auto &g : f.balanceGains)
+        g = pick(6) == 0 ? pick(70000) : 8 + pick(40);
+    f.matrixOn = pick(3) != 0;
+    for (int i = 0; i < 9; ++i)
+        f.matrix[i] = (i % 4 == 0 ? 300 : -30) + static_cast<std::int32_t>(pick(41)) - 20;
+    if (pick(10) == 0)
+        f.matrix[pick(9)] = static_cast<std::int32_t>(rng()); // wraps in the 32-bit sums
+    f.mode71 = pick(3) == 0 ? pick(4) : 0;
+}
+
+// Runs both pipelines on copies and compares what the host would see.
+void compare(Scenario &s, bool sixteenBit, const std::string &label)
+{
+    Scenario copy;
+    copy.raw = s.raw;
+    copy.work = s.work;
+    copy.rgb = s.rgb;
+    copy.previous = s.previous;
+    copy.cache = s.cache;
+    copy.dark = s.dark;
+    copy.gainA = s.gainA;
+    copy.gainB = s.gainB;
+    copy.luts = s.luts;
+    copy.defects = s.defects;
+    copy.f = s.f;
+    s.bind();
+    copy.bind();
+    const std::size_t values = s.f.area.pixels() * (s.f.colour && !s.f.rawBayerOutput ? 3 : 1);
+    const std::size_t bytes = values * (sixteenBit ? 2 : 1);
+    std::vector<std::uint8_t> expected(bytes + 16, 0xA5), actual(bytes + 16, 0xA5);
+    reference::process(s.f, sixteenBit, expected.data());
+    process(copy.f, sixteenBit, actual.data());
+    ASSERT_EQ(expected, actual) << label << " (first difference at byte "
+                                << (std::mismatch(expected.begin(), expected.end(), actual.begin()).first -
+                                    expected.begin())
+                                << ")";
+    ASSERT_EQ(s.cache, copy.cache) << label << " (live cache)";
+}
+
+std::string describe(const Frame &f, bool sixteenBit, Content content)
+{
+    char buf[400];
+    std::snprintf(buf, sizeof buf,
+                  "%ux%u at %u,%u colour=%d content=%d kv=%x dark=%d col=%d gain=%u def=%d/%u raw=%d shift=%u dm=%u "
+                  "keep=%d cm=%u matrix=%d edge=%u bits=%d simd=%s",
+                  f.area.w, f.area.h, f.area.x0, f.area.y0, f.colour, static_cast<int>(content), f.kernelVariant,
+                  f.darkSubtract, f.columnCorrect, f.pixelGainMode, f.defectCorrect, f.defectCount, f.rawBayerOutput,
+                  f.outputShift, f.demosaicMethod, f.keepLiveCache, f.colourMode, f.matrixOn, f.mode71,
+                  sixteenBit ? 16 : 8, simd::name(simd::active()));
+    return buf;
+}
+
+class PipelineMatchesReference : public ::testing::TestWithParam<int> {
+protected:
+    void SetUp() override { previous_ = simd::active(); }
+    void TearDown() override { simd::setActive(previous_); }
+    simd::Level previous_{};
+};
+
+const Area kAreas[] = {
+    {1024, 1024, 0, 0}, {640, 480, 192, 272}, {512, 512, 512, 0},  // reaches the sensor's right edge
+    {256, 64, 768, 960},  {128, 16, 0, 0},    {72, 40, 950, 10},   // edge rule with a short history
+    {37, 23, 3, 5},       {5, 7, 1000, 1000}, {1, 3, 0, 0},        // odd sizes, a tiny area
+    {2, 2, 10, 10},       {33, 1, 0, 0},      {8, 9, 1016, 1015}};
+
+} // namespace
+
+TEST_P(PipelineMatchesReference, OnRandomAndAdversarialFrames)
+{
+    const simd::Level level = simd::setActive(static_cast<simd::Level>(GetParam()));
+    if (static_cast<int>(level) != GetParam())
+        GTEST_SKIP() << "this processor does not run " << simd::name(static_cast<simd::Level>(GetParam()));
+    std::mt19937 rng(1234 + GetParam());
+    const Content contents[] = {Content::Random, Content::Saturated, Content::Zero, Content::Checkerboard,
+                                Content::Smooth};
+    int runs = 0;
+    for (const Area &area : kAreas)
+        for (int repeat = 0; repeat < (area.w >= 512 ? 3 : 12); ++repeat) {
+            const bool colour = (repeat & 1) != 0;
+            const Content content = contents[rng() % 5];
+            Scenario s;
+            fill(s, rng, area, content, colour);
+            configure(s.f, rng, area.w % 8 == 0);
+            const bool sixteenBit = (rng() & 1) != 0;
+            compare(s, sixteenBit, describe(s.f, sixteenBit, content));
+            if (HasFatalFailure())
+                return;
+            ++runs;
+        }
+    EXPECT_GT(runs, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryLevel, PipelineMatchesReference, ::testing::Values(0, 1, 2, 3),
+                         [](const ::testing::TestParamInfo<int> &info) {
+                             return std::string(simd::name(static_cast<simd::Level>(info.param)));
+                         });
