@@ -3,7 +3,10 @@
 # virtual camera on each link type.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/ensure-packages.sh cmake ninja-build g++ libgomp1
+scripts/ensure-packages.sh cmake ninja-build g++ libgomp1 libpng-dev
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORIN_BUILD_TESTS=OFF >/dev/null
 cmake --build build --target quorin_example
-./build/bin/quorin_example
+mkdir -p build/example-output
+cd build/example-output
+../bin/quorin_example
+echo "pictures: $PWD"
