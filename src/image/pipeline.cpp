@@ -419,6 +419,26 @@ bool innerRow(uint32_t y, const Area &a)
     return y >= 2 && y + 3 <= a.h;
 }
 
+// Pass 2 over the inner columns of an inner row: green sites copy, red
+// and blue sites keep their own colour and interpolate green.
+QUORIN_ALWAYS_INLINE inline void greenPlaneInner(const ColourJob &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const size_t w = f.area.w;
+    const uint16_t *m = f.work;
+    uint16_t *rgb = f.rgb;
+    const unsigned gs = job.slot[kGreen], own = job.slot[(y & 1) ? kBlue : kRed];
+    const size_t row = size_t{y} * w;
+    const uint32_t firstSite = (y & 1) ? 3 : 2; // red or blue sites from column 2 on
+    for (size_t x = 5 - firstSite; x + 3 <= w; x += 2)
+        rgb[3 * (row + x) + gs] = m[row + x];
+    for (size_t x = firstSite; x + 3 <= w; x += 2) {
+        const size_t i = row + x;
+        rgb[3 * i + own] = m[i];
+        rgb[3 * i + gs] = static_cast<uint16_t>(innerGreen(m, i, w));
+    }
+}
+
 void greenPlane(const ColourJob &job)
 {
     const Area &a = job.f->area;
@@ -426,9 +446,14 @@ void greenPlane(const ColourJob &job)
 #pragma omp parallel for schedule(static)
     for (int yi = 0; yi < h; ++yi) {
         const uint32_t y = static_cast<uint32_t>(yi);
-        const bool innerY = innerRow(y, a);
-        for (uint32_t x = 0; x < a.w; ++x)
-            greenPlanePixel(job, x, y, innerY && x >= 2 && x + 3 <= a.w);
+        if (innerRow(y, a) && a.w >= 5) {
+            for (uint32_t x : {0u, 1u, a.w - 2, a.w - 1})
+                greenPlanePixel(job, x, y, false);
+            greenPlaneInner(job, y);
+        } else {
+            for (uint32_t x = 0; x < a.w; ++x)
+                greenPlanePixel(job, x, y, false);
+        }
     }
 }
 
@@ -566,27 +591,58 @@ QUORIN_ALWAYS_INLINE inline void matrixPixel(uint16_t *px, const int32_t m[9], c
     }
 }
 
+// The colour matrix on one value triple in colour order, as the
+// reference computes it.
+QUORIN_ALWAYS_INLINE inline uint32_t matrixRow(const int32_t *m, uint32_t r, uint32_t g, uint32_t b)
+{
+    const auto s = static_cast<int32_t>(static_cast<uint32_t>(m[0]) * r + static_cast<uint32_t>(m[1]) * g +
+                                        static_cast<uint32_t>(m[2]) * b);
+    const int32_t shifted = s >> 8;
+    return s <= 0 ? 0u : shifted >= 1024 ? kMaxValue : static_cast<uint32_t>(shifted);
+}
+
 // The colour rows after pass 4: the matrix, the look-up, and, when only
 // 8-bit values are wanted, the reduction straight into the destination.
+// Out is either the 8-bit destination row or the 16-bit row itself.
+template <bool Matrix, bool Eight>
+void finishColourRowT(const ColourJob &job, uint32_t y, void *out, const Reduced *reduced[3])
+{
+    const Frame &f = *job.f;
+    const size_t w = f.area.w;
+    const uint16_t *in = f.rgb + size_t{y} * w * 3;
+    const unsigned sr = job.slot[kRed], sg = job.slot[kGreen], sb = job.slot[kBlue];
+    const int32_t *m = f.matrix;
+    for (size_t x = 0; x < w; ++x) {
+        uint32_t r = in[3 * x + sr], g = in[3 * x + sg], b = in[3 * x + sb];
+        if constexpr (Matrix) {
+            const uint32_t r2 = matrixRow(m, r, g, b), g2 = matrixRow(m + 3, r, g, b), b2 = matrixRow(m + 6, r, g, b);
+            r = r2;
+            g = g2;
+            b = b2;
+        }
+        if constexpr (Eight) {
+            auto *o = static_cast<std::uint8_t *>(out) + 3 * x;
+            o[sr] = reduced[kRed]->v[lutIndex(r)];
+            o[sg] = reduced[kGreen]->v[lutIndex(g)];
+            o[sb] = reduced[kBlue]->v[lutIndex(b)];
+        } else {
+            auto *o = static_cast<uint16_t *>(out) + 3 * x;
+            o[sr] = f.lut[kRed][lutIndex(r)];
+            o[sg] = f.lut[kGreen][lutIndex(g)];
+            o[sb] = f.lut[kBlue][lutIndex(b)];
+        }
+    }
+}
+
 void finishColourRow(const ColourJob &job, uint32_t y, uint16_t *rowOut, std::uint8_t *dest8,
                      const Reduced *reduced[3])
 {
-    const Frame &f = *job.f;
-    const Area &a = f.area;
-    const size_t start = size_t{y} * a.w;
-    for (uint32_t x = 0; x < a.w; ++x) {
-        uint16_t px[3];
-        std::memcpy(px, f.rgb + 3 * (start + x), sizeof px);
-        if (f.matrixOn)
-            matrixPixel(px, f.matrix, job.slot);
-        for (unsigned s = 0; s < 3; ++s) {
-            const unsigned colour = f.demosaicMethod == 1 ? 2 - s : s;
-            const uint32_t index = lutIndex(px[s]);
-            if (dest8 != nullptr)
-                dest8[3 * (start + x) + s] = reduced[colour]->v[index];
-            else
-                rowOut[3 * x + s] = f.lut[colour][index];
-        }
+    const bool matrix = job.f->matrixOn;
+    if (dest8 != nullptr) {
+        void *out = dest8 + size_t{y} * job.f->area.w * 3;
+        (matrix ? finishColourRowT<true, true> : finishColourRowT<false, true>)(job, y, out, reduced);
+    } else {
+        (matrix ? finishColourRowT<true, false> : finishColourRowT<false, false>)(job, y, rowOut, reduced);
     }
 }
 
