@@ -333,11 +333,6 @@ void greenSmoothing(const Frame &f)
     }
 }
 
-struct ColourJob {
-    const Frame *f;
-    unsigned slot[3]; // position of red, green, blue in a triple
-};
-
 int32_t borderMean(int32_t sum, int n)
 {
     switch (n) {
@@ -354,179 +349,236 @@ int32_t borderMean(int32_t sum, int n)
     }
 }
 
-// Pass 2 for one pixel at an inner position (red or blue site).
-QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *m, size_t i, size_t w)
-{
-    const int32_t c = m[i];
-    const int32_t gl = m[i - 1], gr = m[i + 1], gu = m[i - w], gd = m[i + w];
-    const int32_t lh = 2 * c - m[i - 2] - m[i + 2];
-    const int32_t lv = 2 * c - m[i - 2 * w] - m[i + 2 * w];
-    const int32_t dh = std::abs(gl - gr) + std::abs(lh);
-    const int32_t dv = std::abs(gu - gd) + std::abs(lv);
-    int32_t g;
-    const bool strong = dh >= 80 || dv >= 80;
-    if (strong && dh < dv)
-        g = ((gl + gr) >> 1) + (lh >> 2);
-    else if (strong && dh > dv)
-        g = ((gu + gd) >> 1) + (lv >> 2);
-    else
-        g = ((gl + gr + gu + gd) >> 2) + ((lv + lh) >> 3);
-    return clamp10(g);
-}
-
-void greenPlanePixel(const ColourJob &job, uint32_t x, uint32_t y, bool inner)
-{
-    const Frame &f = *job.f;
-    const Area &a = f.area;
-    const size_t w = a.w, i = size_t{y} * w + x;
-    const uint16_t *m = f.work;
-    uint16_t *px = f.rgb + 3 * i;
-    const int32_t c = m[i];
-    if (((x ^ y) & 1) != 0) {
-        px[job.slot[kGreen]] = static_cast<uint16_t>(c);
-        return;
-    }
-    px[job.slot[(y & 1) ? kBlue : kRed]] = static_cast<uint16_t>(c);
-    int32_t g;
-    if (inner) {
-        g = innerGreen(m, i, w);
-    } else {
-        int32_t sum = 0;
-        int n = 0;
-        if (x > 0) {
-            sum += m[i - 1];
-            ++n;
-        }
-        if (x + 1 < a.w) {
-            sum += m[i + 1];
-            ++n;
-        }
-        if (y > 0) {
-            sum += m[i - w];
-            ++n;
-        }
-        if (y + 1 < a.h) {
-            sum += m[i + w];
-            ++n;
-        }
-        g = n == 0 ? c : borderMean(sum, n);
-    }
-    px[job.slot[kGreen]] = static_cast<uint16_t>(g);
-}
-
 bool innerRow(uint32_t y, const Area &a)
 {
     return y >= 2 && y + 3 <= a.h;
 }
 
-// Pass 2 over the inner columns of an inner row: green sites copy, red
-// and blue sites keep their own colour and interpolate green.
-QUORIN_ALWAYS_INLINE inline void greenPlaneInner(const ColourJob &job, uint32_t y)
+// Where the interpolation passes keep the three colours: interleaved in
+// the RGB image in the layout's order (stride 3), or as three planes
+// (stride 1) when only the 8-bit result is wanted, which lets the compiler
+// vectorise the passes.
+template <size_t S> struct Planes {
+    uint16_t *c[3]; // red, green, blue: pixel i at c[colour][i * S]
+    uint16_t &at(unsigned colour, size_t i) const { return c[colour][i * S]; }
+};
+
+template <size_t S> struct ColourJob {
+    const Frame *f;
+    Planes<S> p;
+};
+
+// ---- Pass 2: the green plane ------------------------------------------------
+
+template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
 {
     const Frame &f = *job.f;
-    const size_t w = f.area.w;
+    const Area &a = f.area;
+    const size_t w = a.w, i = size_t{y} * w + x;
     const uint16_t *m = f.work;
-    uint16_t *rgb = f.rgb;
-    const unsigned gs = job.slot[kGreen], own = job.slot[(y & 1) ? kBlue : kRed];
-    const size_t row = size_t{y} * w;
-    const uint32_t firstSite = (y & 1) ? 3 : 2; // red or blue sites from column 2 on
-    for (size_t x = 5 - firstSite; x + 3 <= w; x += 2)
-        rgb[3 * (row + x) + gs] = m[row + x];
-    for (size_t x = firstSite; x + 3 <= w; x += 2) {
+    const int32_t c = m[i];
+    if (((x ^ y) & 1) != 0) {
+        job.p.at(kGreen, i) = static_cast<uint16_t>(c);
+        return;
+    }
+    job.p.at((y & 1) ? kBlue : kRed, i) = static_cast<uint16_t>(c);
+    int32_t sum = 0;
+    int n = 0;
+    if (x > 0) {
+        sum += m[i - 1];
+        ++n;
+    }
+    if (x + 1 < a.w) {
+        sum += m[i + 1];
+        ++n;
+    }
+    if (y > 0) {
+        sum += m[i - w];
+        ++n;
+    }
+    if (y + 1 < a.h) {
+        sum += m[i + w];
+        ++n;
+    }
+    job.p.at(kGreen, i) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
+}
+
+// Branch-free selection for the inner loops, which keeps them vectorisable:
+// a mask is all ones for true, zero for false.
+QUORIN_ALWAYS_INLINE inline int32_t maskOf(bool c)
+{
+    return -static_cast<int32_t>(c);
+}
+
+QUORIN_ALWAYS_INLINE inline int32_t choose(int32_t mask, int32_t ifSet, int32_t ifClear)
+{
+    return (ifSet & mask) | (ifClear & ~mask);
+}
+
+QUORIN_ALWAYS_INLINE inline int32_t magnitude(int32_t v)
+{
+    const int32_t sign = v >> 31;
+    return (v ^ sign) - sign;
+}
+
+QUORIN_ALWAYS_INLINE inline int32_t clampValue(int32_t v)
+{
+    return std::min(std::max(v, 0), static_cast<int32_t>(kMaxValue));
+}
+
+// The gradient-guided green of a red or blue site, written without
+// branches so that whole rows vectorise.
+QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *__restrict m, size_t i, size_t w)
+{
+    const int32_t c = m[i];
+    const int32_t gl = m[i - 1], gr = m[i + 1], gu = m[i - w], gd = m[i + w];
+    const int32_t lh = 2 * c - m[i - 2] - m[i + 2];
+    const int32_t lv = 2 * c - m[i - 2 * w] - m[i + 2 * w];
+    const int32_t dh = magnitude(gl - gr) + magnitude(lh);
+    const int32_t dv = magnitude(gu - gd) + magnitude(lv);
+    const int32_t horizontal = ((gl + gr) >> 1) + (lh >> 2);
+    const int32_t vertical = ((gu + gd) >> 1) + (lv >> 2);
+    const int32_t both = ((gl + gr + gu + gd) >> 2) + ((lv + lh) >> 3);
+    const int32_t strong = maskOf(dh >= 80) | maskOf(dv >= 80);
+    const int32_t g = choose(strong & maskOf(dh < dv), horizontal, choose(strong & maskOf(dh > dv), vertical, both));
+    return clampValue(g);
+}
+
+// Pass 2 over the inner columns of an inner row. Pointers do not overlap;
+// stride S between a pixel's values.
+template <size_t S>
+QUORIN_ALWAYS_INLINE inline void greenInnerLoop(const uint16_t *__restrict m, uint16_t *__restrict green,
+                                                uint16_t *__restrict own, size_t row, size_t w, uint32_t odd)
+{
+    const uint32_t end = static_cast<uint32_t>(w) - 2;
+    for (uint32_t x = 2; x < end; ++x) {
         const size_t i = row + x;
-        rgb[3 * i + own] = m[i];
-        rgb[3 * i + gs] = static_cast<uint16_t>(innerGreen(m, i, w));
+        const bool isGreen = ((x ^ odd) & 1u) != 0;
+        const int32_t g = innerGreen(m, i, w);
+        green[i * S] = static_cast<uint16_t>(choose(maskOf(isGreen), m[i], g));
+        if constexpr (S == 1)
+            own[i] = m[i]; // green sites get theirs in pass 3
+        else if (!isGreen)
+            own[i * S] = m[i];
     }
 }
 
-void greenPlane(const ColourJob &job)
+template <size_t S> QUORIN_ALWAYS_INLINE inline void greenInnerRow(const ColourJob<S> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    greenInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], size_t{y} * f.area.w, f.area.w,
+                      y & 1);
+}
+
+QUORIN_KERNEL(GreenInnerPlanar, (const ColourJob<1> &job, uint32_t y), greenInnerRow<1>(job, y););
+
+template <size_t S> void greenPlane(const ColourJob<S> &job)
 {
     const Area &a = job.f->area;
     const int h = static_cast<int>(a.h);
+    auto planar = GreenInnerPlanar::pick();
 #pragma omp parallel for schedule(static)
     for (int yi = 0; yi < h; ++yi) {
         const uint32_t y = static_cast<uint32_t>(yi);
         if (innerRow(y, a) && a.w >= 5) {
             for (uint32_t x : {0u, 1u, a.w - 2, a.w - 1})
-                greenPlanePixel(job, x, y, false);
-            greenPlaneInner(job, y);
+                greenBorderPixel(job, x, y);
+            if constexpr (S == 1)
+                planar(job, y);
+            else
+                greenInnerRow<S>(job, y);
         } else {
             for (uint32_t x = 0; x < a.w; ++x)
-                greenPlanePixel(job, x, y, false);
+                greenBorderPixel(job, x, y);
         }
     }
 }
+
+// ---- Pass 3: red and blue at green sites -----------------------------------
 
 QUORIN_ALWAYS_INLINE inline int32_t fromLine(int32_t ca, int32_t cb, int32_t g, int32_t ga, int32_t gb)
 {
     const int32_t lap = 2 * g - ga - gb;
-    int32_t c;
-    if (std::abs(lap) < 200) {
-        c = (ca + cb + lap) >> 1;
-    } else {
-        const int32_t da = std::abs(g - ga), db = std::abs(g - gb);
-        if (da < 100 && db < 100)
-            c = (ca + cb + (g - ga) + (g - gb)) >> 1;
-        else if (da >= db)
-            c = cb + (g - gb);
-        else
-            c = ca + (g - ga);
-    }
-    return clamp10(c);
+    const int32_t da = magnitude(g - ga), db = magnitude(g - gb);
+    const int32_t flat = (ca + cb + lap) >> 1;
+    const int32_t steady = (ca + cb + (g - ga) + (g - gb)) >> 1;
+    const int32_t towardsB = cb + (g - gb), towardsA = ca + (g - ga);
+    const int32_t c = choose(maskOf(magnitude(lap) < 200), flat,
+                             choose(maskOf(da < 100) & maskOf(db < 100), steady, choose(maskOf(da >= db), towardsB, towardsA)));
+    return clampValue(c);
 }
 
-void redBlueAtGreen(const ColourJob &job)
+template <size_t S>
+QUORIN_ALWAYS_INLINE inline void lineInnerLoop(const uint16_t *__restrict m, const uint16_t *__restrict g,
+                                               uint16_t *__restrict horizontal, uint16_t *__restrict vertical,
+                                               size_t row, size_t w, uint32_t odd)
 {
-    const Frame &f = *job.f;
-    const Area &a = f.area;
-    const size_t w = a.w;
-    const uint16_t *m = f.work;
-    const unsigned gs = job.slot[kGreen];
-    const int h = static_cast<int>(a.h);
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        const uint32_t y = static_cast<uint32_t>(yi);
-        const unsigned horizontal = job.slot[(y & 1) ? kBlue : kRed], vertical = job.slot[(y & 1) ? kRed : kBlue];
-        const bool innerY = innerRow(y, a);
-        for (uint32_t x = (y & 1) ? 0 : 1; x < a.w; x += 2) { // the green sites of the row
-            const size_t i = size_t{y} * w + x;
-            uint16_t *px = f.rgb + 3 * i;
-            if (innerY && x >= 2 && x + 3 <= a.w) {
-                const int32_t g = m[i];
-                px[horizontal] = static_cast<uint16_t>(
-                    fromLine(m[i - 1], m[i + 1], g, f.rgb[3 * (i - 1) + gs], f.rgb[3 * (i + 1) + gs]));
-                px[vertical] = static_cast<uint16_t>(
-                    fromLine(m[i - w], m[i + w], g, f.rgb[3 * (i - w) + gs], f.rgb[3 * (i + w) + gs]));
-                continue;
-            }
-            auto line = [&](bool hasA, size_t ia, bool hasB, size_t ib) -> int32_t {
-                return hasA && hasB ? (m[ia] + m[ib]) >> 1 : hasA ? m[ia] : hasB ? m[ib] : 0;
-            };
-            px[horizontal] = static_cast<uint16_t>(line(x > 0, i - 1, x + 1 < a.w, i + 1));
-            px[vertical] = static_cast<uint16_t>(line(y > 0, i - w, y + 1 < a.h, i + w));
+    const uint32_t end = static_cast<uint32_t>(w) - 2;
+    for (uint32_t x = 2; x < end; ++x) {
+        const size_t i = row + x;
+        const bool green = ((x ^ odd) & 1u) != 0;
+        const int32_t gc = m[i];
+        const int32_t hv = fromLine(m[i - 1], m[i + 1], gc, g[(i - 1) * S], g[(i + 1) * S]);
+        const int32_t vv = fromLine(m[i - w], m[i + w], gc, g[(i - w) * S], g[(i + w) * S]);
+        if constexpr (S == 1) {
+            horizontal[i] = static_cast<uint16_t>(choose(maskOf(green), hv, horizontal[i]));
+            vertical[i] = static_cast<uint16_t>(choose(maskOf(green), vv, vertical[i]));
+        } else if (green) {
+            horizontal[i * S] = static_cast<uint16_t>(hv);
+            vertical[i * S] = static_cast<uint16_t>(vv);
         }
     }
 }
 
-QUORIN_ALWAYS_INLINE inline int32_t fromDiagonals(const uint16_t *m, const uint16_t *rgb, unsigned gs, size_t i,
-                                                  size_t w)
+template <size_t S> QUORIN_ALWAYS_INLINE inline void lineInnerRow(const ColourJob<S> &job, uint32_t y)
 {
-    const int32_t g = rgb[3 * i + gs];
-    const size_t pos[4] = {i - w - 1, i + w + 1, i - w + 1, i + w - 1};
-    int32_t c[4], gi[4];
-    for (int k = 0; k < 4; ++k) {
-        c[k] = m[pos[k]];
-        gi[k] = rgb[3 * pos[k] + gs];
+    const Frame &f = *job.f;
+    lineInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], job.p.c[(y & 1) ? kRed : kBlue],
+                     size_t{y} * f.area.w, f.area.w, y & 1);
+}
+
+QUORIN_KERNEL(LineInnerPlanar, (const ColourJob<1> &job, uint32_t y), lineInnerRow<1>(job, y););
+
+template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const Area &a = f.area;
+    const size_t w = a.w, i = size_t{y} * w + x;
+    const uint16_t *m = f.work;
+    auto line = [&](bool hasA, size_t ia, bool hasB, size_t ib) -> int32_t {
+        return hasA && hasB ? (m[ia] + m[ib]) >> 1 : hasA ? m[ia] : hasB ? m[ib] : 0;
+    };
+    job.p.at((y & 1) ? kBlue : kRed, i) = static_cast<uint16_t>(line(x > 0, i - 1, x + 1 < a.w, i + 1));
+    job.p.at((y & 1) ? kRed : kBlue, i) = static_cast<uint16_t>(line(y > 0, i - w, y + 1 < a.h, i + w));
+}
+
+template <size_t S> void redBlueAtGreen(const ColourJob<S> &job)
+{
+    const Area &a = job.f->area;
+    const int h = static_cast<int>(a.h);
+    auto planar = LineInnerPlanar::pick();
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi) {
+        const uint32_t y = static_cast<uint32_t>(yi);
+        const bool inner = innerRow(y, a) && a.w >= 5;
+        if (inner) {
+            if constexpr (S == 1)
+                planar(job, y);
+            else
+                lineInnerRow<S>(job, y);
+        }
+        for (uint32_t x = (y & 1) ? 0 : 1; x < a.w; x += 2) // green sites outside the inner part
+            if (!inner || x < 2 || x + 3 > a.w)
+                lineBorderPixel(job, x, y);
     }
-    const int32_t d1 = 2 * g - gi[0] - gi[1], d2 = 2 * g - gi[2] - gi[3];
-    const int32_t a1 = std::abs(d1), a2 = std::abs(d2);
-    const int32_t all = (c[0] + c[1] + c[2] + c[3] + d1 + d2) >> 2;
-    if (a1 < 200 && a2 < 200)
-        return clamp10(all);
-    if (a1 < a2 && a1 < 200)
-        return clamp10((c[0] + c[1] + d1) >> 1);
-    if (a1 >= a2 && a2 < 200)
-        return clamp10((c[2] + c[3] + d2) >> 1);
+}
+
+// ---- Pass 4: red at blue sites, blue at red sites ---------------------------
+
+// The rare fall-backs when neither diagonal pair agrees with the green.
+QUORIN_ALWAYS_INLINE inline int32_t diagonalFallback(const int32_t c[4], const int32_t gi[4], int32_t g,
+                                                    int32_t all)
+{
     static constexpr int kMixed[4][2] = {{0, 2}, {0, 3}, {1, 2}, {1, 3}};
     for (const auto &p : kMixed) {
         const int32_t d = 2 * g - gi[p[0]] - gi[p[1]];
@@ -547,151 +599,226 @@ QUORIN_ALWAYS_INLINE inline int32_t fromDiagonals(const uint16_t *m, const uint1
     return clamp10(all);
 }
 
-// Pass 4 for a whole row: the missing colour of red and blue sites.
-void redBlueRow(const ColourJob &job, uint32_t y)
+// Pass 4 over the inner columns of an inner row, in its common cases;
+// returns non-zero when some site needs the fall-backs.
+template <size_t S>
+QUORIN_ALWAYS_INLINE inline int32_t diagonalInnerLoop(const uint16_t *__restrict m, const uint16_t *__restrict g,
+                                                      uint16_t *__restrict missing, size_t row, size_t w,
+                                                      uint32_t odd)
+{
+    int32_t fallbacks = 0;
+    const uint32_t end = static_cast<uint32_t>(w) - 1;
+    for (uint32_t x = 1; x < end; ++x) {
+        const size_t i = row + x;
+        const bool site = ((x ^ odd) & 1u) == 0;
+        const int32_t gc = g[i * S];
+        const int32_t c0 = m[i - w - 1], c1 = m[i + w + 1], c2 = m[i - w + 1], c3 = m[i + w - 1];
+        const int32_t d1 = 2 * gc - g[(i - w - 1) * S] - g[(i + w + 1) * S];
+        const int32_t d2 = 2 * gc - g[(i - w + 1) * S] - g[(i + w - 1) * S];
+        const int32_t a1 = magnitude(d1), a2 = magnitude(d2);
+        const int32_t all = (c0 + c1 + c2 + c3 + d1 + d2) >> 2;
+        const int32_t first = (c0 + c1 + d1) >> 1, second = (c2 + c3 + d2) >> 1;
+        const int32_t v = clampValue(choose(maskOf(a1 < 200) & maskOf(a2 < 200), all,
+                                            choose(maskOf(a1 < a2) & maskOf(a1 < 200), first, second)));
+        fallbacks |= maskOf(site) & maskOf(a1 >= 200) & maskOf(a2 >= 200);
+        if constexpr (S == 1)
+            missing[i] = static_cast<uint16_t>(choose(maskOf(site), v, missing[i]));
+        else if (site)
+            missing[i * S] = static_cast<uint16_t>(v);
+    }
+    return fallbacks;
+}
+
+template <size_t S> QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const ColourJob<S> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const size_t w = f.area.w;
+    const uint16_t *m = f.work;
+    const uint16_t *g = job.p.c[kGreen];
+    uint16_t *missing = job.p.c[(y & 1) ? kRed : kBlue];
+    const size_t row = size_t{y} * w;
+    const size_t odd = y & 1;
+    const int32_t fallbacks = diagonalInnerLoop<S>(m, g, missing, row, w, static_cast<uint32_t>(odd));
+    if (fallbacks == 0)
+        return;
+    for (size_t x = 2 - odd; x + 2 <= w; x += 2) {
+        const size_t i = row + x;
+        const int32_t gc = g[i * S];
+        const size_t pos[4] = {i - w - 1, i + w + 1, i - w + 1, i + w - 1};
+        int32_t c[4], gi[4];
+        for (int k = 0; k < 4; ++k) {
+            c[k] = m[pos[k]];
+            gi[k] = g[pos[k] * S];
+        }
+        const int32_t d1 = 2 * gc - gi[0] - gi[1], d2 = 2 * gc - gi[2] - gi[3];
+        if (magnitude(d1) >= 200 && magnitude(d2) >= 200)
+            missing[i * S] =
+                static_cast<uint16_t>(diagonalFallback(c, gi, gc, (c[0] + c[1] + c[2] + c[3] + d1 + d2) >> 2));
+    }
+}
+
+QUORIN_KERNEL(DiagonalInnerPlanar, (const ColourJob<1> &job, uint32_t y), diagonalInnerRow<1>(job, y););
+
+template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
     const size_t w = a.w;
-    const uint16_t *m = f.work;
-    const unsigned gs = job.slot[kGreen];
-    const bool blueRow = (y & 1) != 0;
-    const unsigned missing = job.slot[blueRow ? kRed : kBlue];
-    const bool innerY = y >= 1 && y + 2 <= a.h;
-    for (uint32_t x = blueRow ? 1 : 0; x < a.w; x += 2) {
-        const size_t i = size_t{y} * w + x;
-        if (innerY && x >= 1 && x + 2 <= a.w) {
-            f.rgb[3 * i + missing] = static_cast<uint16_t>(fromDiagonals(m, f.rgb, gs, i, w));
-            continue;
-        }
-        int32_t sum = 0;
-        int n = 0;
-        for (int dy = -1; dy <= 1; dy += 2)
-            for (int dx = -1; dx <= 1; dx += 2) {
-                const int64_t cx = int64_t{x} + dx, cy = int64_t{y} + dy;
-                if (cx >= 0 && cy >= 0 && cx < int64_t{a.w} && cy < int64_t{a.h}) {
-                    sum += m[size_t(cy) * w + size_t(cx)];
-                    ++n;
-                }
+    int32_t sum = 0;
+    int n = 0;
+    for (int dy = -1; dy <= 1; dy += 2)
+        for (int dx = -1; dx <= 1; dx += 2) {
+            const int64_t cx = int64_t{x} + dx, cy = int64_t{y} + dy;
+            if (cx >= 0 && cy >= 0 && cx < int64_t{a.w} && cy < int64_t{a.h}) {
+                sum += f.work[size_t(cy) * w + size_t(cx)];
+                ++n;
             }
-        f.rgb[3 * i + missing] = static_cast<uint16_t>(n == 0 ? 0 : borderMean(sum, n));
-    }
+        }
+    job.p.at((y & 1) ? kRed : kBlue, size_t{y} * w + x) = static_cast<uint16_t>(n == 0 ? 0 : borderMean(sum, n));
 }
 
-// Colour matrix of one pixel, in place.
-QUORIN_ALWAYS_INLINE inline void matrixPixel(uint16_t *px, const int32_t m[9], const unsigned slot[3])
+template <size_t S> void redBlueAtRedBlue(const ColourJob<S> &job)
 {
-    const uint32_t in[3] = {px[slot[0]], px[slot[1]], px[slot[2]]};
-    for (unsigned row = 0; row < 3; ++row) {
-        const uint32_t sum = static_cast<uint32_t>(m[row * 3]) * in[0] + static_cast<uint32_t>(m[row * 3 + 1]) * in[1] +
-                             static_cast<uint32_t>(m[row * 3 + 2]) * in[2];
-        const auto s = static_cast<int32_t>(sum);
-        const int32_t shifted = s >> 8;
-        px[slot[row]] = static_cast<uint16_t>(s <= 0 ? 0 : shifted >= 1024 ? kMaxValue : shifted);
+    const Area &a = job.f->area;
+    const int h = static_cast<int>(a.h);
+    auto planar = DiagonalInnerPlanar::pick();
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi) {
+        const uint32_t y = static_cast<uint32_t>(yi);
+        const bool inner = y >= 1 && y + 2 <= a.h && a.w >= 3;
+        if (inner) {
+            if constexpr (S == 1)
+                planar(job, y);
+            else
+                diagonalInnerRow<S>(job, y);
+        }
+        for (uint32_t x = (y & 1) ? 1 : 0; x < a.w; x += 2) // red or blue sites outside the inner part
+            if (!inner || x < 1 || x + 2 > a.w)
+                diagonalBorderPixel(job, x, y);
+    }
+    if (a.h > 1) {
+        // The top row's red sites take blue from below, the bottom row's
+        // odd pixels red from above.
+        for (uint32_t x = 0; x < a.w; x += 2)
+            job.p.at(kBlue, x) = job.p.at(kBlue, a.w + x);
+        const size_t last = size_t{a.h - 1} * a.w, above = last - a.w;
+        for (uint32_t x = 1; x < a.w; x += 2)
+            job.p.at(kRed, last + x) = job.p.at(kRed, above + x);
     }
 }
 
-// The colour matrix on one value triple in colour order, as the
-// reference computes it.
-QUORIN_ALWAYS_INLINE inline uint32_t matrixRow(const int32_t *m, uint32_t r, uint32_t g, uint32_t b)
+// ---- Matrix, look-up and output ----------------------------------------------
+
+// One row of the colour matrix, as the reference computes it.
+QUORIN_ALWAYS_INLINE inline int32_t matrixRow(const int32_t *m, uint32_t r, uint32_t g, uint32_t b)
 {
     const auto s = static_cast<int32_t>(static_cast<uint32_t>(m[0]) * r + static_cast<uint32_t>(m[1]) * g +
                                         static_cast<uint32_t>(m[2]) * b);
     const int32_t shifted = s >> 8;
-    return s <= 0 ? 0u : shifted >= 1024 ? kMaxValue : static_cast<uint32_t>(shifted);
+    return s <= 0 ? 0 : shifted >= 1024 ? kMaxValue : shifted;
 }
 
-// The colour rows after pass 4: the matrix, the look-up, and, when only
-// 8-bit values are wanted, the reduction straight into the destination.
-// Out is either the 8-bit destination row or the 16-bit row itself.
-template <bool Matrix, bool Eight>
-void finishColourRowT(const ColourJob &job, uint32_t y, void *out, const Reduced *reduced[3])
+constexpr size_t kBlock = 64;
+
+// The matrix over a block of pixels held as planes.
+QUORIN_ALWAYS_INLINE inline void matrixBlock(const int32_t *m, const uint16_t *r, const uint16_t *g,
+                                             const uint16_t *b, size_t n, uint32_t (*out)[kBlock])
+{
+    for (size_t k = 0; k < n; ++k) {
+        const uint32_t rv = r[k], gv = g[k], bv = b[k];
+        out[0][k] = static_cast<uint32_t>(matrixRow(m, rv, gv, bv));
+        out[1][k] = static_cast<uint32_t>(matrixRow(m + 3, rv, gv, bv));
+        out[2][k] = static_cast<uint32_t>(matrixRow(m + 6, rv, gv, bv));
+    }
+}
+
+QUORIN_KERNEL(MatrixBlock,
+              (const int32_t *m, const uint16_t *r, const uint16_t *g, const uint16_t *b, size_t n,
+               uint32_t (*out)[kBlock]),
+              matrixBlock(m, r, g, b, n, out););
+
+// Planes to the 8-bit destination: matrix, look-up and reduction per row.
+void finishPlanar8(const ColourJob<1> &job, std::uint8_t *dest)
 {
     const Frame &f = *job.f;
     const size_t w = f.area.w;
-    const uint16_t *in = f.rgb + size_t{y} * w * 3;
-    const unsigned sr = job.slot[kRed], sg = job.slot[kGreen], sb = job.slot[kBlue];
-    const int32_t *m = f.matrix;
-    for (size_t x = 0; x < w; ++x) {
-        uint32_t r = in[3 * x + sr], g = in[3 * x + sg], b = in[3 * x + sb];
-        if constexpr (Matrix) {
-            const uint32_t r2 = matrixRow(m, r, g, b), g2 = matrixRow(m + 3, r, g, b), b2 = matrixRow(m + 6, r, g, b);
-            r = r2;
-            g = g2;
-            b = b2;
-        }
-        if constexpr (Eight) {
-            auto *o = static_cast<std::uint8_t *>(out) + 3 * x;
-            o[sr] = reduced[kRed]->v[lutIndex(r)];
-            o[sg] = reduced[kGreen]->v[lutIndex(g)];
-            o[sb] = reduced[kBlue]->v[lutIndex(b)];
-        } else {
-            auto *o = static_cast<uint16_t *>(out) + 3 * x;
-            o[sr] = f.lut[kRed][lutIndex(r)];
-            o[sg] = f.lut[kGreen][lutIndex(g)];
-            o[sb] = f.lut[kBlue][lutIndex(b)];
+    const unsigned slot[3] = {channelSlot(f.demosaicMethod, kRed), channelSlot(f.demosaicMethod, kGreen),
+                              channelSlot(f.demosaicMethod, kBlue)};
+    const Reduced r0(f.lut[0], f.outputShift), r1(f.lut[1], f.outputShift), r2(f.lut[2], f.outputShift);
+    const Reduced *reduced[3] = {&r0, &r1, &r2};
+    const auto matrix = MatrixBlock::pick();
+    const int h = static_cast<int>(f.area.h);
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi) {
+        const size_t row = size_t(yi) * w;
+        uint32_t values[3][kBlock];
+        for (size_t x0 = 0; x0 < w; x0 += kBlock) {
+            const size_t n = std::min(kBlock, w - x0);
+            const uint16_t *in[3] = {job.p.c[0] + row + x0, job.p.c[1] + row + x0, job.p.c[2] + row + x0};
+            if (f.matrixOn)
+                matrix(f.matrix, in[0], in[1], in[2], n, values);
+            else
+                for (unsigned c = 0; c < 3; ++c)
+                    for (size_t k = 0; k < n; ++k)
+                        values[c][k] = in[c][k];
+            std::uint8_t *o = dest + 3 * (row + x0);
+            for (size_t k = 0; k < n; ++k)
+                for (unsigned c = 0; c < 3; ++c)
+                    o[3 * k + slot[c]] = reduced[c]->v[lutIndex(values[c][k])];
         }
     }
 }
 
-void finishColourRow(const ColourJob &job, uint32_t y, uint16_t *rowOut, std::uint8_t *dest8,
-                     const Reduced *reduced[3])
+// Interleaved triples: matrix and look-up in place, for the 16-bit result.
+void finishInterleaved(const ColourJob<3> &job)
 {
-    const bool matrix = job.f->matrixOn;
-    if (dest8 != nullptr) {
-        void *out = dest8 + size_t{y} * job.f->area.w * 3;
-        (matrix ? finishColourRowT<true, true> : finishColourRowT<false, true>)(job, y, out, reduced);
-    } else {
-        (matrix ? finishColourRowT<true, false> : finishColourRowT<false, false>)(job, y, rowOut, reduced);
+    const Frame &f = *job.f;
+    const unsigned slot[3] = {channelSlot(f.demosaicMethod, kRed), channelSlot(f.demosaicMethod, kGreen),
+                              channelSlot(f.demosaicMethod, kBlue)};
+    const long n = static_cast<long>(f.area.pixels());
+#pragma omp parallel for schedule(static)
+    for (long i = 0; i < n; ++i) {
+        uint16_t *px = f.rgb + 3 * i;
+        uint32_t v[3] = {px[slot[0]], px[slot[1]], px[slot[2]]};
+        if (f.matrixOn) {
+            const uint32_t r = v[0], g = v[1], b = v[2];
+            for (unsigned c = 0; c < 3; ++c)
+                v[c] = static_cast<uint32_t>(matrixRow(f.matrix + 3 * c, r, g, b));
+        }
+        for (unsigned c = 0; c < 3; ++c)
+            px[slot[c]] = f.lut[c][lutIndex(v[c])];
     }
+}
+
+template <size_t S> void interpolate(const ColourJob<S> &job)
+{
+    greenPlane(job);
+    redBlueAtGreen(job);
+    redBlueAtRedBlue(job);
 }
 
 void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
-    ColourJob job{&f, {channelSlot(f.demosaicMethod, kRed), channelSlot(f.demosaicMethod, kGreen),
-                       channelSlot(f.demosaicMethod, kBlue)}};
     balance(f, f.colourMode == 2);
     if (f.colourMode == 2)
         greenSmoothing(f);
-    greenPlane(job);
-    redBlueAtGreen(job);
 
-    // Pass 4 reads only the mosaic and the green plane, which it does not
-    // change: its rows are independent.
-    const int h = static_cast<int>(a.h);
-#pragma omp parallel for schedule(static)
-    for (int yi = 1; yi < h - 1; ++yi)
-        redBlueRow(job, static_cast<uint32_t>(yi));
-    // Rows 0 and H-1 outside the inner rows.
-    redBlueRow(job, 0);
-    if (a.h > 1)
-        redBlueRow(job, a.h - 1);
-    if (a.h > 1) {
-        // The top row's red sites take blue from below, the bottom row's
-        // odd pixels red from above.
-        for (uint32_t x = 0; x < a.w; x += 2)
-            f.rgb[3 * x + job.slot[kBlue]] = f.rgb[3 * (a.w + x) + job.slot[kBlue]];
-        const size_t last = size_t{a.h - 1} * a.w, above = last - a.w;
-        for (uint32_t x = 1; x < a.w; x += 2)
-            f.rgb[3 * (last + x) + job.slot[kRed]] = f.rgb[3 * (above + x) + job.slot[kRed]];
-    }
-
-    const bool direct8 = !sixteenBit && f.mode71 == 0 && !f.keepLiveCache;
-    if (direct8) {
-        const Reduced r0(f.lut[0], f.outputShift), r1(f.lut[1], f.outputShift), r2(f.lut[2], f.outputShift);
-        const Reduced *reduced[3] = {&r0, &r1, &r2};
-#pragma omp parallel for schedule(static)
-        for (int yi = 0; yi < h; ++yi)
-            finishColourRow(job, static_cast<uint32_t>(yi), nullptr, static_cast<std::uint8_t *>(dest), reduced);
+    if (!sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
+        // Only the 8-bit result is wanted: planes, with green in the
+        // smoothing copy's buffer (free again) and red and blue in the RGB
+        // image's.
+        const size_t n = a.pixels();
+        const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}}};
+        interpolate(job);
+        finishPlanar8(job, static_cast<std::uint8_t *>(dest));
         return;
     }
-    // The 16-bit result is needed whole: matrix and look-up in place.
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        uint16_t *row = f.rgb + size_t(yi) * a.w * 3;
-        finishColourRow(job, static_cast<uint32_t>(yi), row, nullptr, nullptr);
-    }
+    const unsigned dm = f.demosaicMethod;
+    const ColourJob<3> job{
+        &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}}};
+    interpolate(job);
+    finishInterleaved(job);
     const size_t values = a.pixels() * 3;
     if (sixteenBit) {
         if (f.mode71 != 0)
