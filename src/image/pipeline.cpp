@@ -28,6 +28,29 @@ using std::size_t;
 using std::uint16_t;
 using std::uint32_t;
 
+// Branch-free selection for the inner loops, which keeps them vectorisable:
+// a mask is all ones for true, zero for false.
+QUORIN_ALWAYS_INLINE inline int32_t maskOf(bool c)
+{
+    return -static_cast<int32_t>(c);
+}
+
+QUORIN_ALWAYS_INLINE inline int32_t choose(int32_t mask, int32_t ifSet, int32_t ifClear)
+{
+    return (ifSet & mask) | (ifClear & ~mask);
+}
+
+QUORIN_ALWAYS_INLINE inline int32_t magnitude(int32_t v)
+{
+    const int32_t sign = v >> 31;
+    return (v ^ sign) - sign;
+}
+
+QUORIN_ALWAYS_INLINE inline int32_t clampValue(int32_t v)
+{
+    return std::min(std::max(v, 0), static_cast<int32_t>(kMaxValue));
+}
+
 // ---- Sensor pass ----------------------------------------------------------
 
 struct SensorJob {
@@ -303,33 +326,51 @@ void balance(const Frame &f, bool copyForSmoothing)
     }
 }
 
-void greenSmoothing(const Frame &f)
+// Adaptive smoothing of the green sites of one row, from the copy c0 into
+// work, for every green site x of the row with x <= last. The division by
+// the weight (4 to 12) is done in single precision, which is exact here:
+// sums stay below 2^20, so a quotient is never within half a unit in the
+// last place of an integer it does not reach.
+QUORIN_ALWAYS_INLINE inline void smoothRow(const uint16_t *__restrict c0, uint16_t *__restrict work, size_t row,
+                                           size_t w, uint32_t odd, uint32_t last)
 {
-    const Area &a = f.area;
-    const uint16_t *c0 = f.previous;
-    const size_t w = a.w;
-    auto smooth = [&](size_t x, size_t y) {
-        const size_t i = y * w + x;
+    for (uint32_t x = 1; x + 1 < w; ++x) {
+        const size_t i = row + x;
         const int32_t c = c0[i];
-        int32_t sum = 4 * c, weight = 4;
         const int32_t n[4] = {c0[i - w - 1], c0[i - w + 1], c0[i + w - 1], c0[i + w + 1]};
+        int32_t sum = 4 * c, weight = 4;
         for (int32_t v : n) {
-            const int32_t d = std::abs(c - v);
-            const int32_t k = d < 25 ? 2 : d < 50 ? 1 : 0;
+            const int32_t d = magnitude(c - v);
+            const int32_t k = (maskOf(d < 25) & 2) | (maskOf(d >= 25) & maskOf(d < 50) & 1);
             sum += k * v;
             weight += k;
         }
-        f.work[i] = static_cast<uint16_t>(sum / weight);
-    };
-    const int pairs = a.h >= 3 ? static_cast<int>((a.h - 2 + 1) / 2) : 0; // odd rows 1 .. H-2
+        const auto smoothed = static_cast<int32_t>(static_cast<float>(sum) / static_cast<float>(weight));
+        const bool green = ((x ^ odd) & 1u) != 0 && x <= last;
+        work[i] = static_cast<uint16_t>(choose(maskOf(green), smoothed, work[i]));
+    }
+}
+
+QUORIN_KERNEL(SmoothRow,
+              (const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last),
+              smoothRow(c0, work, row, w, odd, last););
+
+void greenSmoothing(const Frame &f)
+{
+    const Area &a = f.area;
+    const size_t w = a.w;
+    if (a.h < 3 || a.w < 3)
+        return;
+    const auto kernel = SmoothRow::pick();
+    const int pairs = static_cast<int>((a.h - 1) / 2); // odd rows 1 .. H-2
 #pragma omp parallel for schedule(static)
     for (int p = 0; p < pairs; ++p) {
         const size_t y = 1 + 2 * size_t(p);
-        for (size_t x = 2; x + 2 <= w; x += 2)
-            smooth(x, y);
+        // Odd rows: green at even columns up to W-2; the even row below:
+        // green at odd columns up to W-3.
+        kernel(f.previous, f.work, y * w, w, 1, a.w - 2);
         if (y + 3 <= a.h)
-            for (size_t x = 1; x + 3 <= w; x += 2)
-                smooth(x, y + 1);
+            kernel(f.previous, f.work, (y + 1) * w, w, 0, a.w - 3);
     }
 }
 
@@ -401,29 +442,6 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
         ++n;
     }
     job.p.at(kGreen, i) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
-}
-
-// Branch-free selection for the inner loops, which keeps them vectorisable:
-// a mask is all ones for true, zero for false.
-QUORIN_ALWAYS_INLINE inline int32_t maskOf(bool c)
-{
-    return -static_cast<int32_t>(c);
-}
-
-QUORIN_ALWAYS_INLINE inline int32_t choose(int32_t mask, int32_t ifSet, int32_t ifClear)
-{
-    return (ifSet & mask) | (ifClear & ~mask);
-}
-
-QUORIN_ALWAYS_INLINE inline int32_t magnitude(int32_t v)
-{
-    const int32_t sign = v >> 31;
-    return (v ^ sign) - sign;
-}
-
-QUORIN_ALWAYS_INLINE inline int32_t clampValue(int32_t v)
-{
-    return std::min(std::max(v, 0), static_cast<int32_t>(kMaxValue));
 }
 
 // The gradient-guided green of a red or blue site, written without
@@ -737,6 +755,19 @@ QUORIN_KERNEL(MatrixBlock,
                uint32_t (*out)[kBlock]),
               matrixBlock(m, r, g, b, n, out););
 
+// Look-up and reduction of a block, stored as triples in the layout's order.
+template <unsigned SR, unsigned SG, unsigned SB>
+QUORIN_ALWAYS_INLINE inline void storeReduced(const uint32_t (*values)[kBlock], size_t n, const Reduced *const *reduced,
+                                              std::uint8_t *o)
+{
+    const std::uint8_t *r = reduced[kRed]->v, *g = reduced[kGreen]->v, *b = reduced[kBlue]->v;
+    for (size_t k = 0; k < n; ++k) {
+        o[3 * k + SR] = r[lutIndex(values[kRed][k])];
+        o[3 * k + SG] = g[lutIndex(values[kGreen][k])];
+        o[3 * k + SB] = b[lutIndex(values[kBlue][k])];
+    }
+}
+
 // Planes to the 8-bit destination: matrix, look-up and reduction per row.
 void finishPlanar8(const ColourJob<1> &job, std::uint8_t *dest)
 {
@@ -762,9 +793,10 @@ void finishPlanar8(const ColourJob<1> &job, std::uint8_t *dest)
                     for (size_t k = 0; k < n; ++k)
                         values[c][k] = in[c][k];
             std::uint8_t *o = dest + 3 * (row + x0);
-            for (size_t k = 0; k < n; ++k)
-                for (unsigned c = 0; c < 3; ++c)
-                    o[3 * k + slot[c]] = reduced[c]->v[lutIndex(values[c][k])];
+            if (slot[kRed] == 2) // blue, green, red
+                storeReduced<2, 1, 0>(values, n, reduced, o);
+            else
+                storeReduced<0, 1, 2>(values, n, reduced, o);
         }
     }
 }
