@@ -36,6 +36,7 @@ run_suite() { # name, build dir, cmake arguments...
 run_suite "Linux" build -DCMAKE_BUILD_TYPE=Release
 run_suite "Linux, AddressSanitizer + UndefinedBehaviorSanitizer" build-asan \
   -DCMAKE_BUILD_TYPE=Debug -DQUORIN_SANITIZE=ON
+run_suite "Linux, ThreadSanitizer" build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORIN_TSAN=ON
 
 # Wine keeps its own prefix inside the build tree and stays quiet.
 export WINEPREFIX="$PWD/build-win/wineprefix" WINEDEBUG=-all
