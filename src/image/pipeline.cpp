@@ -53,6 +53,16 @@ QUORIN_ALWAYS_INLINE inline int32_t clampValue(int32_t v)
 
 // ---- Sensor pass ----------------------------------------------------------
 
+// Table of the 8-bit output of each look-up index.
+struct Reduced {
+    std::uint8_t v[1024];
+    Reduced(const uint16_t *table, uint32_t shift)
+    {
+        for (uint32_t i = 0; i < 1024; ++i)
+            v[i] = reduce8(table[i], shift);
+    }
+};
+
 struct SensorJob {
     const Frame *f;
     bool dark;
@@ -60,6 +70,9 @@ struct SensorJob {
     const uint16_t *gainTable; // null with constantGain
     bool gain;
     bool constantGain;
+    // When set, each finished row also goes through this table into dest8.
+    const Reduced *output = nullptr;
+    std::uint8_t *dest8 = nullptr;
 };
 
 // Row y of the area: unpack (when whole groups lie in the row), subtract
@@ -71,13 +84,17 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
     const Area &a = f.area;
     uint16_t *row = f.work + size_t{y} * a.w;
     if constexpr (Unpack) {
+        // Each group is a 40-bit little-endian number; read it as 64 bits
+        // (a frame is at most 1.25 MiB of the 2 MiB buffer, so the three
+        // bytes beyond the last group are always inside it).
         const std::uint8_t *in = f.raw + size_t{y} * a.w / 4 * 5;
         for (uint32_t g = 0; g < a.w / 4; ++g) {
-            const std::uint8_t *b = in + 5 * g;
-            row[4 * g] = static_cast<uint16_t>((b[1] & 0x03) << 8 | b[0]);
-            row[4 * g + 1] = static_cast<uint16_t>((b[2] & 0x0F) << 6 | b[1] >> 2);
-            row[4 * g + 2] = static_cast<uint16_t>((b[3] & 0x3F) << 4 | b[2] >> 4);
-            row[4 * g + 3] = static_cast<uint16_t>(b[4] << 2 | b[3] >> 6);
+            std::uint64_t v;
+            std::memcpy(&v, in + 5 * g, sizeof v);
+            row[4 * g] = static_cast<uint16_t>(v & 0x3FF);
+            row[4 * g + 1] = static_cast<uint16_t>((v >> 10) & 0x3FF);
+            row[4 * g + 2] = static_cast<uint16_t>((v >> 20) & 0x3FF);
+            row[4 * g + 3] = static_cast<uint16_t>((v >> 30) & 0x3FF);
         }
     }
     const size_t table = size_t{a.y0 + y} * kSensorSide + a.x0;
@@ -110,6 +127,11 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
             }
         }
     }
+    if (job.dest8 != nullptr) {
+        std::uint8_t *out = job.dest8 + size_t{y} * a.w;
+        for (uint32_t x = 0; x < a.w; ++x)
+            out[x] = job.output->v[lutIndex(row[x])];
+    }
 }
 
 QUORIN_KERNEL(SensorRowFused, (const SensorJob &job, uint32_t y), sensorRow<true>(job, y););
@@ -139,7 +161,9 @@ void unpackParallel(const std::uint8_t *raw, size_t pixels, uint16_t *work)
     }
 }
 
-void sensorPass(const Frame &f)
+// The sensor corrections; when output is given, the rows also go through
+// that table into dest8 as they are finished.
+void sensorPass(const Frame &f, const Reduced *output = nullptr, std::uint8_t *dest8 = nullptr)
 {
     const Kernel kernel = kernelFor(f.kernelVariant);
     SensorJob job{&f, f.darkSubtract && kernel != Kernel::Skip, kernel == Kernel::Vector, nullptr, false, false};
@@ -150,9 +174,13 @@ void sensorPass(const Frame &f)
     }
     // The crosstalk correction sits between dark and gain: split there.
     const bool split = f.columnCorrect;
+    job.output = output;
+    job.dest8 = dest8;
     SensorJob first = job;
-    if (split)
+    if (split) {
         first.gain = false;
+        first.dest8 = nullptr;
+    }
     if (f.area.w % 4 == 0) {
         forEachRow<SensorRowFused>(first, f.area.h);
     } else {
@@ -183,7 +211,9 @@ private:
     uint32_t count_;
 };
 
-void correctDefects(const Frame &f)
+// Defect correction; when output is given, each corrected pixel's output
+// value in dest8 is written again.
+void correctDefects(const Frame &f, const Reduced *output = nullptr, std::uint8_t *dest8 = nullptr)
 {
     if (!f.defectCorrect || f.defectCount == 0)
         return;
@@ -215,22 +245,16 @@ void correctDefects(const Frame &f)
             sum += f.work[size_t(cy) * a.w + size_t(cx)];
             ++used;
         }
-        if (used > 0)
-            f.work[size_t{y} * a.w + x] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
+        if (used > 0) {
+            const size_t i = size_t{y} * a.w + x;
+            f.work[i] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
+            if (dest8 != nullptr)
+                dest8[i] = output->v[lutIndex(f.work[i])];
+        }
     }
 }
 
 // ---- Output helpers -------------------------------------------------------
-
-// Table of the 8-bit output of each look-up index.
-struct Reduced {
-    std::uint8_t v[1024];
-    Reduced(const uint16_t *table, uint32_t shift)
-    {
-        for (uint32_t i = 0; i < 1024; ++i)
-            v[i] = reduce8(table[i], shift);
-    }
-};
 
 QUORIN_KERNEL(ReduceRange, (const uint16_t *in, size_t begin, size_t end, std::uint8_t *out, uint32_t shift),
               for (size_t i = begin; i < end; ++i) {
@@ -874,6 +898,15 @@ void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 void process(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
+    if (!f.colour && !sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
+        // Monochrome to 8 bits: each row is looked up as soon as it is
+        // corrected; defect correction then redoes the pixels it changes.
+        const Reduced output(f.lut[0], f.outputShift);
+        auto *dest8 = static_cast<std::uint8_t *>(dest);
+        sensorPass(f, &output, dest8);
+        correctDefects(f, &output, dest8);
+        return;
+    }
     sensorPass(f);
     correctDefects(f);
     if (!f.colour) {
