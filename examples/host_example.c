@@ -7,7 +7,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
 #include "quorin/quorin.h"
 #include "vcam/vcam.h"
@@ -96,11 +95,11 @@ static void writePng(const char *path, const void *pixels, uint32_t w, uint32_t 
 #endif
 }
 
+double exampleSeconds(void); /* wall_clock.cpp */
+
 static double seconds(void)
 {
-    struct timespec t;
-    timespec_get(&t, TIME_UTC);
-    return (double)t.tv_sec + t.tv_nsec * 1e-9;
+    return exampleSeconds();
 }
 
 /* Grabs live frames and a few recorded ones from one camera. */
