@@ -853,6 +853,29 @@ template <size_t S> void interpolate(const ColourJob<S> &job)
     redBlueAtRedBlue(job);
 }
 
+// The finished 16-bit RGB image to the destination: edge enhancement, the
+// live cache and the 8-bit reduction as the request asks.
+void outputColour(const Frame &f, bool sixteenBit, void *dest)
+{
+    const Area &a = f.area;
+    const size_t values = a.pixels() * 3;
+    if (sixteenBit) {
+        if (f.mode71 != 0)
+            reference::edgeColour(f.rgb, static_cast<uint16_t *>(dest), f.previous, a, edgeShift(f.mode71));
+        else
+            std::memcpy(dest, f.rgb, values * 2);
+        return;
+    }
+    const uint16_t *source = f.rgb;
+    if (f.mode71 != 0) {
+        reference::edgeColour(f.rgb, f.cache, f.previous, a, edgeShift(f.mode71));
+        source = f.cache;
+    } else if (f.keepLiveCache) {
+        std::memcpy(f.cache, f.rgb, values * 2);
+    }
+    reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
+}
+
 void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
@@ -875,22 +898,7 @@ void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
         &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}}};
     interpolate(job);
     finishInterleaved(job);
-    const size_t values = a.pixels() * 3;
-    if (sixteenBit) {
-        if (f.mode71 != 0)
-            reference::edgeColour(f.rgb, static_cast<uint16_t *>(dest), f.previous, a, edgeShift(f.mode71));
-        else
-            std::memcpy(dest, f.rgb, values * 2);
-        return;
-    }
-    const uint16_t *source = f.rgb;
-    if (f.mode71 != 0) {
-        reference::edgeColour(f.rgb, f.cache, f.previous, a, edgeShift(f.mode71));
-        source = f.cache;
-    } else {
-        std::memcpy(f.cache, f.rgb, values * 2);
-    }
-    reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
+    outputColour(f, sixteenBit, dest);
 }
 
 } // namespace
@@ -928,22 +936,7 @@ void process(const Frame &f, bool sixteenBit, void *dest)
     reference::bilinear(f.work, f.rgb, a, f.demosaicMethod, f.bilinearLut);
     if (f.matrixOn)
         reference::colourMatrix(f.rgb, f.matrix, a, f.demosaicMethod);
-    const size_t values = a.pixels() * 3;
-    if (sixteenBit) {
-        if (f.mode71 != 0)
-            reference::edgeColour(f.rgb, static_cast<uint16_t *>(dest), f.previous, a, edgeShift(f.mode71));
-        else
-            std::memcpy(dest, f.rgb, values * 2);
-        return;
-    }
-    const uint16_t *source = f.rgb;
-    if (f.mode71 != 0) {
-        reference::edgeColour(f.rgb, f.cache, f.previous, a, edgeShift(f.mode71));
-        source = f.cache;
-    } else if (f.keepLiveCache) {
-        std::memcpy(f.cache, f.rgb, values * 2);
-    }
-    reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
+    outputColour(f, sixteenBit, dest);
 }
 
 } // namespace quorin::image

@@ -175,14 +175,11 @@ bool prepare(std::uint32_t deviceNo, bool memory, Area *area, std::int32_t *err)
     return requireArea(rec, *area, err);
 }
 
-std::uint32_t finish(std::uint32_t deviceNo, bool memory, std::int32_t bitDepth, void *dest, std::int32_t *err)
+// Runs the pipeline on the frame in the raw buffer; success leaves the
+// error word as the link left it.
+std::uint32_t finish(std::uint32_t deviceNo, bool memory, std::int32_t bitDepth, void *dest, std::int32_t *)
 {
-    if (dest == nullptr) {
-        *err = QUORIN_ERR_OUT_OF_RANGE;
-        return 0;
-    }
     image::process(frameFor(deviceNo, memory), bitDepth == 16, dest);
-    (void)err; // success leaves the error as the link left it
     return 1;
 }
 
@@ -192,20 +189,38 @@ std::uint32_t finish(std::uint32_t deviceNo, bool memory, std::int32_t bitDepth,
 using namespace quorin;
 using namespace quorin::image;
 
+namespace quorin::image {
+namespace {
+
+// The checks every frame export makes, in order: initialised, a device
+// number, the camera's mode (live for live frames, playback for recorded
+// ones), an open slot, an area on the sensor and, when the export writes
+// pixels, a destination. Fills the area.
+bool admit(std::uint32_t deviceNo, bool memory, const void *dest, bool needsDest, Area *area, std::int32_t *err)
+{
+    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err))
+        return false;
+    const DeviceRecord &rec = device(deviceNo);
+    if (!(memory ? requirePlayback(rec, err) : requireLive(rec, err)) || !prepare(deviceNo, memory, area, err))
+        return false;
+    if (needsDest && dest == nullptr) {
+        *err = QUORIN_ERR_OUT_OF_RANGE;
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+} // namespace quorin::image
+
 extern "C" int32_t DEV_TransferLiveImage(uint32_t deviceNo, uint64_t, int32_t bitDepth, void *dest, int32_t *err)
 {
     std::int32_t scratch = 0;
     if (err == nullptr)
         err = &scratch;
-    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err) || !requireLive(device(deviceNo), err))
-        return 0;
     Area area{};
-    if (!prepare(deviceNo, false, &area, err) || dest == nullptr) {
-        if (dest == nullptr)
-            *err = QUORIN_ERR_OUT_OF_RANGE;
-        return 0;
-    }
-    if (!readFrame(deviceNo, CameraCommand{183, 0, kImageRequestFlag}, packedBytes(area), err))
+    if (!admit(deviceNo, false, dest, true, &area, err) ||
+        !readFrame(deviceNo, CameraCommand{183, 0, kImageRequestFlag}, packedBytes(area), err))
         return 0;
     return static_cast<int32_t>(finish(deviceNo, false, bitDepth, dest, err));
 }
@@ -216,17 +231,11 @@ extern "C" int32_t DEV_TransferMemImage(uint32_t deviceNo, uint64_t, uint32_t fr
     std::int32_t scratch = 0;
     if (err == nullptr)
         err = &scratch;
-    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err) || !requirePlayback(device(deviceNo), err))
-        return 0;
     Area area{};
     CameraCommand command{};
-    if (!prepare(deviceNo, true, &area, err) || !memoryRequest(device(deviceNo), frameNumber, &command, err))
-        return 0;
-    if (dest == nullptr) {
-        *err = QUORIN_ERR_OUT_OF_RANGE;
-        return 0;
-    }
-    if (!readFrame(deviceNo, command, packedBytes(area), err))
+    if (!admit(deviceNo, true, dest, true, &area, err) ||
+        !memoryRequest(device(deviceNo), frameNumber, &command, err) ||
+        !readFrame(deviceNo, command, packedBytes(area), err))
         return 0;
     return static_cast<int32_t>(finish(deviceNo, true, bitDepth, dest, err));
 }
@@ -237,11 +246,10 @@ extern "C" int32_t DEV_TransferMemImageStart(uint32_t deviceNo, uint64_t, uint32
     std::int32_t scratch = 0;
     if (err == nullptr)
         err = &scratch;
-    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err) || !requirePlayback(device(deviceNo), err))
-        return 0;
     Area area{};
     CameraCommand command{};
-    if (!prepare(deviceNo, true, &area, err) || !memoryRequest(device(deviceNo), frameNumber, &command, err))
+    if (!admit(deviceNo, true, nullptr, false, &area, err) ||
+        !memoryRequest(device(deviceNo), frameNumber, &command, err))
         return 0;
     if (deviceInterface(deviceNo).type == 3 && !armAndAnnounce(deviceNo, (area.w * area.h * 5 * 2) >> 3, err))
         return 0;
@@ -253,15 +261,9 @@ extern "C" int32_t DEV_TransferMemImageEnd(uint32_t deviceNo, uint64_t, int32_t 
     std::int32_t scratch = 0;
     if (err == nullptr)
         err = &scratch;
-    if (!requireInitialised(err) || !requireDeviceNumber(deviceNo, err) || !requirePlayback(device(deviceNo), err))
-        return 0;
     Area area{};
-    if (!prepare(deviceNo, true, &area, err))
+    if (!admit(deviceNo, true, dest, true, &area, err))
         return 0;
-    if (dest == nullptr) {
-        *err = QUORIN_ERR_OUT_OF_RANGE;
-        return 0;
-    }
     const DeviceRecord &rec = device(deviceNo);
     if (rec.interfaceCode == 3) {
         const InterfaceTable &entry = deviceInterface(deviceNo);
