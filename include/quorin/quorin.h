@@ -350,15 +350,29 @@ QUORIN_API int32_t DEV_SetDeviceCaps(uint32_t deviceNo, uint64_t reserved, uint3
 QUORIN_API int32_t DEV_GetList(uint32_t deviceNo, uint64_t reserved, uint32_t listId, uint32_t subIndex,
                     uint32_t *entries, uint32_t *count, int32_t *err);
 
-/** Reads device data into buffer and its size in bytes into outSize. */
+/** Reads device data into buffer. The library cannot know the buffer's
+ *  size; it writes exactly:
+ *  - QUORIN_DATA_LUT_SETTINGS (subId 1..5 presets, 11 user): 76 bytes;
+ *  - QUORIN_DATA_GAIN_TABLES (subId 1 camera table, 2 file table): 2,097,152 bytes.
+ *  outSize receives the number of bytes written. */
 QUORIN_API uint32_t DEV_GetData(uint32_t deviceNo, uint32_t reserved, uint32_t dataId, uint32_t subId,
                      uint32_t param, void *buffer, uint32_t *outSize, int32_t *err);
 
-/** Writes device data from buffer. */
+/** Writes device data from buffer, which is read as:
+ *  - QUORIN_DATA_LUT_SETTINGS: subId 11 stores 76 bytes as the user LUT;
+ *    subId 0xFFFFFFFF applies the identity curve (buffer unused);
+ *  - QUORIN_DATA_GAIN_TABLES: 2,097,152 bytes replace the file table;
+ *  - QUORIN_DATA_FLAT_FIELD: width x height u16 values of the live area
+ *    (QUORIN_CAP_RESOLUTION) from which the file table is computed. */
 QUORIN_API uint32_t DEV_SetData(uint32_t deviceNo, uint32_t reserved, uint32_t dataId, uint32_t subId,
                      uint32_t param, void *buffer, uint64_t reserved2, int32_t *err);
 
-/** Writes a list (defect list or a free look-up curve) to the camera. */
+/** Writes a list. QUORIN_SETLIST_DEFECTS: count entries (at most 1024) of
+ *  (X << 16) | Y; the buffer must hold 1024 entries, because it is rewritten
+ *  as the stored list (sorted by row, then column, without repeats)
+ *  followed by 0xFFFFFFFF; outCount receives the number stored.
+ *  QUORIN_SETLIST_FREE_LUT_R/G/B: 1024 entries are read whatever count says
+ *  (low 16 bits each), only while the user LUT is the active LUT mode. */
 QUORIN_API uint32_t DEV_SetList(uint32_t deviceNo, uint64_t reserved, uint32_t listId, uint64_t reserved2,
                      uint32_t *list, uint32_t count, uint32_t *outCount, int32_t *err);
 
