@@ -352,6 +352,12 @@ QUORIN_API int32_t DEV_GetList(uint32_t deviceNo, uint64_t reserved, uint32_t li
 
 /** Reads device data into buffer. The library cannot know the buffer's
  *  size; it writes exactly:
+ *  - QUORIN_DATA_TIME_STAMPS (subId first frame, param count 1..2048):
+ *    count x 20 bytes (day u32, hour, minute, second u8, one byte left as
+ *    it was, microsecond u32, time-code flag u8, seven bytes left as they were);
+ *  - QUORIN_DATA_CHANNELS: count x 332 bytes (ten status bytes, two left as
+ *    they were, then C[10], D[10], A[10], B[10] as doubles);
+ *  - QUORIN_DATA_TIME_AND_CHANNELS: count x 352 bytes (both, time first);
  *  - QUORIN_DATA_LUT_SETTINGS (subId 1..5 presets, 11 user): 76 bytes;
  *  - QUORIN_DATA_GAIN_TABLES (subId 1 camera table, 2 file table): 2,097,152 bytes.
  *  outSize receives the number of bytes written. */

@@ -1,6 +1,8 @@
-// DEV_GetData and DEV_SetData: look-up settings, the two pixel-gain tables
-// and the flat-field computation of the file table. (Per-frame records and
-// the one-pixel probe answer 21 in this build.)
+// DEV_GetData and DEV_SetData: per-frame time stamps and channel records,
+// look-up settings, the two pixel-gain tables and the flat-field
+// computation of the file table. (The one-pixel probe answers 21 in this
+// build.)
+#include "data/frame_data.h"
 #include "data/lut.h"
 #include "device/export_guard.h"
 
@@ -106,8 +108,8 @@ std::uint32_t computeFlatField(std::uint32_t deviceNo, const std::uint16_t *imag
 
 using namespace quorin;
 
-extern "C" uint32_t DEV_GetData(uint32_t deviceNo, uint32_t, uint32_t dataId, uint32_t subId, uint32_t, void *buffer,
-                                uint32_t *outSize, int32_t *err)
+extern "C" uint32_t DEV_GetData(uint32_t deviceNo, uint32_t, uint32_t dataId, uint32_t subId, uint32_t param,
+                                void *buffer, uint32_t *outSize, int32_t *err)
 {
     std::int32_t scratch = 0;
     std::uint32_t scratchSize = 0;
@@ -117,12 +119,14 @@ extern "C" uint32_t DEV_GetData(uint32_t deviceNo, uint32_t, uint32_t dataId, ui
         outSize = &scratchSize;
     if (!requireInitialised(err))
         return 0;
-    if (dataId != kLutSettingsData && dataId != kGainTablesData) {
+    if (dataId > kGainTablesData) {
         *err = QUORIN_ERR_NOT_SUPPORTED;
         return 0;
     }
     if (!requireUsableDevice(deviceNo, err))
         return 0;
+    if (dataId <= 2)
+        return readFrameData(deviceNo, dataId, subId, param, buffer, err);
     const DeviceRecord &rec = device(deviceNo);
     if (dataId == kLutSettingsData) {
         const LutSettings *settings = lutSettingsFor(rec, subId);

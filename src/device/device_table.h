@@ -127,6 +127,10 @@ struct DeviceRecord {
     // colour-temperature switch, 119 columnCorrect, 121..123 softColorTemp.
     std::uint32_t softColourSwitch;
     std::uint32_t kept120;
+
+    // Device data.
+    std::int32_t timeStampOffset; // microseconds added to recorded time stamps
+    std::uint32_t imagePresent;   // a transfer has filled the image buffers
 };
 
 // Per-device buffers, each an array of 64 pointers indexed by device number.

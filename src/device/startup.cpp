@@ -181,6 +181,7 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
         g.extraWord = 0;
     }
     rec.modeSetterWord = 0;
+    rec.channelNumber = 1; // the playback selector until the host reads the camera's
 
     // 3-4. Identity and firmware.
     CommandReply reply{};

@@ -173,7 +173,7 @@ TEST_F(Lifecycle, LaterExportsAnswerTwentyOneForNow)
     std::uint32_t dev = testing_support::openCamera(cam);
     std::uint32_t u = 0;
     std::uint8_t buf[20];
-    EXPECT_EQ(DEV_GetData(dev, 0, 0, 1, 1, buf, &u, &err_), 0u);
+    EXPECT_EQ(DEV_GetData(dev, 0, 6, 1, 1, buf, &u, &err_), 0u); // the one-pixel probe
     EXPECT_EQ(err_, QUORIN_ERR_NOT_SUPPORTED);
 }
 

@@ -1,5 +1,6 @@
 #include "camera_model.h"
 
+#include "frame_headers.h"
 #include "scene.h"
 
 #include <algorithm>
@@ -23,6 +24,9 @@ std::vector<std::uint8_t> packTenBit(const std::uint16_t *values, std::size_t co
 }
 
 namespace {
+
+// When the recording began: day 200, 23:59:58.5, so that it runs past midnight.
+constexpr ClockTime kRecordingStart{200, 23, 59, 58, 500000};
 
 // The settings a camera keeps, as (set command, get command, defaults):
 // the get command answers with the two parameters the set command last
@@ -250,10 +254,17 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         if (settleLeft_ == 0)
             statusWord_ = 0;
         break;
-    case 178: // memory image; asking for one puts the camera in playback
+    case 178: // memory image, or (p2 bit 17) the first frame of a header read; puts the camera in playback
         statusWord_ = 0x04000000u | (statusWord_ & 0x00FF0000u);
         settleLeft_ = 0;
+        if (p2 & 0x00020000u) {
+            const std::uint32_t segment = (p2 >> 20) & 0xF;
+            headerFrame_ = std::uint64_t(segment > 0 ? segment - 1 : 0) * 1000000 + (p1 - 1);
+            break;
+        }
         return imageFrame(recordedTime(p1, p2));
+    case 184: // p1 frame headers from the selected frame on
+        return frameHeaders(p1);
     case 183: // live image when p2 asks for one; p2 = 1 returns to live view
         if (p2 & 0x00010000u)
             return imageFrame(liveTick_++ % kLiveCycle);
@@ -353,6 +364,20 @@ Answer CameraModel::imageFrame(std::uint32_t time)
     values.resize((values.size() + 3) & ~std::size_t{3}); // whole groups of four
     a.bulk = std::make_shared<const std::vector<std::uint8_t>>(packTenBit(values.data(), values.size()));
     frames_[time] = a.bulk;
+    return a;
+}
+
+Answer CameraModel::frameHeaders(std::uint32_t count)
+{
+    Answer a;
+    if (count == 0 || count > 4096)
+        return a;
+    auto bytes = std::make_shared<std::vector<std::uint8_t>>(std::size_t{count} * 400);
+    auto *words = reinterpret_cast<std::uint32_t *>(bytes->data());
+    const std::uint32_t rate = registers_[0].p1;
+    for (std::uint32_t k = 0; k < count; ++k)
+        writeHeader(words + std::size_t{k} * 100, headerFrame_ + k, rate, kRecordingStart);
+    a.bulk = bytes;
     return a;
 }
 

@@ -31,6 +31,7 @@ constexpr std::size_t kCalibrationBytes = kSensorWidth * kSensorHeight * 5 / 4;
 // Live frames repeat after this many.
 constexpr std::uint32_t kLiveCycle = 16;
 
+
 // Packs 10-bit values four to five bytes, least significant bits first;
 // count must be a multiple of four.
 std::vector<std::uint8_t> packTenBit(const std::uint16_t *values, std::size_t count);
@@ -65,6 +66,7 @@ public:
 private:
     Answer calibrationImage(std::uint32_t which);
     Answer imageFrame(std::uint32_t time);
+    Answer frameHeaders(std::uint32_t count);
     void ensureCalibration();
     std::uint32_t areaOrigin() const;
     std::uint32_t recordedTime(std::uint32_t frame, std::uint32_t p2) const;
@@ -85,6 +87,7 @@ private:
     // frames cycle through kLiveCycle times, recorded ones follow them.
     std::map<std::uint32_t, Bulk> frames_;
     std::uint32_t liveTick_ = 0;
+    std::uint64_t headerFrame_ = 0; // recorded frame the next header read starts at
     std::vector<std::uint16_t> darkValues_, gainCodes_;
     std::vector<Register> registers_;
     std::uint32_t modeTable_[20][6];

@@ -355,7 +355,14 @@ std::int32_t linkTransact(std::uint32_t handle, const std::uint8_t *frame, std::
         vcam::Answer a = cam.model.command(f.code, f.first, f.second);
         vcam::writeFrame(4, {a.universalReply ? std::uint16_t(177) : replyCode(cam, f.code), a.value1, a.value2},
                          reply);
-        return call.succeed(); // data the command would send has no phase to go in
+        cam.outgoing.clear();
+        if (a.bulk && !a.imageData) { // frame headers and the like follow by Receive
+            VcamCamera::Chunk c{};
+            c.bulk = a.bulk;
+            c.length = a.bulk->size();
+            cam.outgoing.push_back(c);
+        }
+        return call.succeed();
     });
 }
 
