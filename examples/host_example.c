@@ -156,7 +156,40 @@ static int grab(uint32_t dev, const char *label, int colour)
         printf("  downloaded recorded frames 10, 20 and 30\n");
     else
         printf("  download failed: error %d\n", err);
+
+    /* Time stamps of the recorded frames (the recording rate is read in
+     * playback first). */
+    uint32_t rate = 0, written = 0;
+    DEV_GetDeviceCaps(dev, 0, QUORIN_CAP_FRAME_RATE, 0, &rate, &unused, &err);
+    unsigned char stamps[3][20];
+    for (uint32_t n = 1; n <= 3 && ok; ++n) {
+        ok = DEV_GetData(dev, 0, QUORIN_DATA_TIME_STAMPS, n * 10, 1, stamps[n - 1], &written, &err);
+        if (ok) {
+            uint32_t day, us;
+            memcpy(&day, stamps[n - 1], 4);
+            memcpy(&us, stamps[n - 1] + 8, 4);
+            printf("  frame %2u recorded on day %u at %02u:%02u:%02u.%06u (%u frames per second)\n", n * 10, day,
+                   stamps[n - 1][4], stamps[n - 1][5], stamps[n - 1][6], us, rate);
+        }
+    }
+    if (!ok)
+        printf("  time stamps failed: error %d\n", err);
     DEV_SetDeviceCaps(dev, 0, QUORIN_CAP_CAMERA_MODE, 0, 0, 0, &err);
+
+    /* A flat-field table from a grabbed 16-bit monochrome frame: the
+     * pixel-gain table that evens out the picture's brightness. */
+    if (ok && !colour) {
+        uint16_t *flat = malloc((size_t)1024 * 1024 * sizeof *flat);
+        ok = DEV_TransferLiveImage(dev, 0, 16, image, &err) &&
+             DEV_SetData(dev, 0, QUORIN_DATA_FLAT_FIELD, 0, 0, image, 0, &err) &&
+             DEV_GetData(dev, 0, QUORIN_DATA_GAIN_TABLES, 2, 0, flat, &written, &err);
+        if (ok)
+            printf("  flat-field gains: %u at the top-left corner, %u in the centre (997 = neutral)\n", flat[0],
+                   flat[512 * 1024 + 512]);
+        else
+            printf("  flat field failed: error %d\n", err);
+        free(flat);
+    }
     free(image);
     return ok;
 }
