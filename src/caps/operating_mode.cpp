@@ -20,12 +20,6 @@ constexpr std::uint32_t kMode3 = 0x03000000u;
 // After leaving playback on link type 4 the camera needs this long.
 constexpr std::uint32_t kType4LeavePlaybackPauseMs = 2000;
 
-std::uint32_t command(std::uint32_t deviceNo, std::uint16_t code, std::uint32_t p1, std::uint32_t p2,
-                      CommandReply *reply, std::int32_t *err)
-{
-    return cameraCommand(deviceNo, code, p1, p2, reply, err);
-}
-
 // Bytes of one packed frame of row 0's area, or 0 when the area does not fit
 // the frame buffer.
 std::uint32_t liveFrameBytes(const DeviceRecord &rec)
@@ -41,13 +35,13 @@ std::uint32_t leavePlayback(std::uint32_t deviceNo, std::int32_t *err)
     const DeviceRecord &rec = device(deviceNo);
     const std::uint32_t type = deviceInterface(deviceNo).type;
     CommandReply reply{};
-    if (!command(deviceNo, 183, 0, 1, &reply, err))
+    if (!cameraCommand(deviceNo, 183, 0, 1, &reply, err))
         return 0;
     if (type == 4)
         platform::sleepMs(kType4LeavePlaybackPauseMs);
     else if (type != 3 && !link::receiveBlock(deviceNo, 0, nullptr, err))
         return 0;
-    return command(deviceNo, 125, 0, rec.channelNumber << 24, &reply, err);
+    return cameraCommand(deviceNo, 125, 0, rec.channelNumber << 24, &reply, err);
 }
 
 // Whether the first recorded frame, which the camera sends when playback
@@ -101,7 +95,7 @@ std::uint32_t readCameraMode(std::uint32_t deviceNo, std::uint32_t *value, std::
 {
     DeviceRecord &rec = device(deviceNo);
     CommandReply reply{};
-    if (!command(deviceNo, 18, 0, 0, &reply, err)) {
+    if (!cameraCommand(deviceNo, 18, 0, 0, &reply, err)) {
         *value = 0;
         return 0;
     }
@@ -149,7 +143,7 @@ std::uint32_t setOperatingMode(std::uint32_t deviceNo, std::uint32_t hostCode, s
         {kHostLive, 0}, {kHostPlayback, kPlaybackStatus}, {kHostMode2, kMode1}, {kHostMode4, kMode2}, {kHostMode8, kMode3}};
     DeviceRecord &rec = device(deviceNo);
     CommandReply reply{};
-    if (!command(deviceNo, 18, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 18, 0, 0, &reply, err))
         return 0;
     const std::uint32_t t = reply.value1 & kTopByte;
 
@@ -208,7 +202,7 @@ std::uint32_t setOperatingMode(std::uint32_t deviceNo, std::uint32_t hostCode, s
         return 0;
     }
     if (code != 0) {
-        if (!command(deviceNo, code, base | rec.statusBits, p2, &reply, err))
+        if (!cameraCommand(deviceNo, code, base | rec.statusBits, p2, &reply, err))
             return 0;
         if (t == kPlaybackStatus && newMode < kPlaybackStatus) {
             if (!leavePlayback(deviceNo, err))

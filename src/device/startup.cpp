@@ -26,13 +26,6 @@ constexpr std::uint32_t kCalibrationPauseMs = 300;
 constexpr std::uint16_t kDefectFlag = 512;
 constexpr std::uint16_t kNeutralGain = 997;
 
-std::uint32_t command(std::uint32_t deviceNo, std::uint16_t code, std::uint32_t p1, std::uint32_t p2,
-                      CommandReply *reply, std::int32_t *err)
-{
-    CameraCommand c{code, p1, p2};
-    return link::sendCommand(deviceNo, &c, reply, err);
-}
-
 
 // Reads calibration image `which` (0 dark frame, 1 gain and defect image)
 // into the raw frame buffer.
@@ -92,7 +85,7 @@ std::uint32_t readColourMatrix(std::uint32_t deviceNo, std::int32_t *err)
     identityMatrix(rec.colourMatrix, 0);
     for (std::uint32_t row = 0; row < 3; ++row) {
         CommandReply reply{};
-        if (!command(deviceNo, 74, row, 0, &reply, err))
+        if (!cameraCommand(deviceNo, 74, row, 0, &reply, err))
             return fail();
         const std::int32_t mags[3] = {static_cast<std::int32_t>(reply.value1 >> 16),
                                       static_cast<std::int32_t>(reply.value1 & 0xFFFF),
@@ -110,15 +103,15 @@ void readModeTableEntry(std::uint32_t deviceNo, std::uint32_t i, std::int32_t *e
     ModeTableEntry &e = rec.modeTable[i];
     e = ModeTableEntry{};
     CommandReply reply{};
-    if (!command(deviceNo, 70, i, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 70, i, 0, &reply, err))
         return;
     e.modeA1 = reply.value1;
     e.modeA2 = reply.value2;
-    if (!command(deviceNo, 70, i, 1, &reply, err))
+    if (!cameraCommand(deviceNo, 70, i, 1, &reply, err))
         return;
     e.modeB1 = reply.value1;
     e.modeB2 = reply.value2;
-    if (!command(deviceNo, 70, i, 2, &reply, err))
+    if (!cameraCommand(deviceNo, 70, i, 2, &reply, err))
         return;
     e.modeC1 = reply.value1;
     e.modeC2 = hasExternalSyncFirmware(rec.firmwareVersion) ? reply.value2 : 0;
@@ -133,7 +126,7 @@ void readModeWord79(std::uint32_t deviceNo, std::int32_t *err)
         return;
     }
     CommandReply reply{};
-    if (command(deviceNo, 79, 0, 0, &reply, err))
+    if (cameraCommand(deviceNo, 79, 0, 0, &reply, err))
         rec.modeWord79 = reply.value1;
 }
 
@@ -143,15 +136,15 @@ std::uint32_t readStartupValues(std::uint32_t deviceNo, std::int32_t *err)
 {
     DeviceRecord &rec = device(deviceNo);
     CommandReply reply{};
-    if (!command(deviceNo, 75, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 75, 0, 0, &reply, err))
         return 0;
     rec.extra[0] = reply.value1;
     rec.extra[1] = reply.value2;
-    if (!command(deviceNo, 75, 0, 1, &reply, err))
+    if (!cameraCommand(deviceNo, 75, 0, 1, &reply, err))
         return 0;
     rec.extra[2] = reply.value1;
     rec.extra[3] = reply.value2;
-    if (!command(deviceNo, 77, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 77, 0, 0, &reply, err))
         return 0;
     rec.extra[4] = reply.value1;
     return 1;
@@ -185,7 +178,7 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
 
     // 3-4. Identity and firmware.
     CommandReply reply{};
-    if (!command(deviceNo, 16, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 16, 0, 0, &reply, err))
         return 0;
     rec.cameraModel = reply.value1;
     const std::uint32_t kind = (reply.value2 >> 8) & 0xFF;
@@ -195,7 +188,7 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
         rec.sensorKind = 3;
     rec.isColour = reply.value2 & 0xFF;
     *err = QUORIN_SUCCESS;
-    if (!command(deviceNo, 17, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 17, 0, 0, &reply, err))
         return 0;
     rec.firmwareVersion = reply.value2;
     *err = QUORIN_SUCCESS;
@@ -204,15 +197,15 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
     // 5-8. Live mode, power mode, command 144, camera number.
     if (!setOperatingMode(deviceNo, kHostLive, err))
         return 0;
-    if (!command(deviceNo, 54, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 54, 0, 0, &reply, err))
         return 0;
     rec.powerMode = reply.value1;
-    if (!command(deviceNo, 144, 0, 0, &reply, err))
+    if (!cameraCommand(deviceNo, 144, 0, 0, &reply, err))
         return 0;
     if (rec.interfaceCode == 2) {
         rec.cameraNumber = rec.hostDeviceArg & 0xFF;
     } else {
-        if (!command(deviceNo, 43, 0, 0, &reply, err))
+        if (!cameraCommand(deviceNo, 43, 0, 0, &reply, err))
             return 0;
         rec.cameraNumber = reply.value1;
     }
