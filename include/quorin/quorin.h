@@ -359,7 +359,10 @@ QUORIN_API int32_t DEV_GetList(uint32_t deviceNo, uint64_t reserved, uint32_t li
  *    they were, then C[10], D[10], A[10], B[10] as doubles);
  *  - QUORIN_DATA_TIME_AND_CHANNELS: count x 352 bytes (both, time first);
  *  - QUORIN_DATA_LUT_SETTINGS (subId 1..5 presets, 11 user): 76 bytes;
- *  - QUORIN_DATA_GAIN_TABLES (subId 1 camera table, 2 file table): 2,097,152 bytes.
+ *  - QUORIN_DATA_GAIN_TABLES (subId 1 camera table, 2 file table): 2,097,152 bytes;
+ *  - QUORIN_DATA_PIXEL_PROBE (subId column x, param row y of the live area,
+ *    both bounds inclusive): 12 bytes, the last image's red, green and
+ *    blue as u32 (a monochrome image's value three times).
  *  outSize receives the number of bytes written. */
 QUORIN_API uint32_t DEV_GetData(uint32_t deviceNo, uint32_t reserved, uint32_t dataId, uint32_t subId,
                      uint32_t param, void *buffer, uint32_t *outSize, int32_t *err);

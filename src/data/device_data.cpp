@@ -1,10 +1,10 @@
 // DEV_GetData and DEV_SetData: per-frame time stamps and channel records,
-// look-up settings, the two pixel-gain tables and the flat-field
-// computation of the file table. (The one-pixel probe answers 21 in this
-// build.)
+// look-up settings, the two pixel-gain tables, the flat-field computation
+// of the file table, and the one-pixel probe of the last image.
 #include "data/frame_data.h"
 #include "data/lut.h"
 #include "device/export_guard.h"
+#include "image/probe.h"
 
 #include <cstring>
 
@@ -14,6 +14,7 @@ namespace {
 constexpr std::uint32_t kLutSettingsData = 3;
 constexpr std::uint32_t kGainTablesData = 4;
 constexpr std::uint32_t kFlatFieldData = 5;
+constexpr std::uint32_t kPixelProbeData = 6;
 constexpr std::uint32_t kUserLutMode = 11;
 constexpr std::size_t kGainTableBytes = 1024 * 1024 * 2;
 constexpr std::uint32_t kTableSide = 1024;
@@ -103,6 +104,34 @@ std::uint32_t computeFlatField(std::uint32_t deviceNo, const std::uint16_t *imag
     return 1;
 }
 
+// One pixel of the last image: column x and row y within the live area,
+// both bounds inclusive (x = width reads the first pixel of the next row).
+// An index past the 1024 x 1024 image buffers is refused like a position
+// off the area.
+std::uint32_t probePixel(std::uint32_t deviceNo, std::uint32_t x, std::uint32_t y, void *buffer,
+                         std::uint32_t *outSize, std::int32_t *err)
+{
+    const std::uint32_t resolution = device(deviceNo).channelSettings[0].resolution;
+    const std::uint64_t w = resolution >> 16, h = resolution & 0xFFFF;
+    const std::uint64_t index = w * y + x;
+    if (x > w || y > h || index >= image::kProbePixels) {
+        *err = QUORIN_ERR_OUT_OF_RANGE;
+        return 0;
+    }
+    std::uint32_t rgb[3];
+    if (!image::lastImagePixel(deviceNo, static_cast<std::uint32_t>(index), rgb)) {
+        *err = QUORIN_ERR_NOT_ALLOWED;
+        return 0;
+    }
+    if (buffer == nullptr) {
+        *err = QUORIN_ERR_OUT_OF_RANGE;
+        return 0;
+    }
+    std::memcpy(buffer, rgb, sizeof rgb);
+    *outSize = sizeof rgb;
+    return 1; // the error word is left as it was
+}
+
 } // namespace
 } // namespace quorin
 
@@ -119,7 +148,7 @@ extern "C" uint32_t DEV_GetData(uint32_t deviceNo, uint32_t, uint32_t dataId, ui
         outSize = &scratchSize;
     if (!requireInitialised(err))
         return 0;
-    if (dataId > kGainTablesData) {
+    if (dataId > kPixelProbeData || dataId == kFlatFieldData) {
         *err = QUORIN_ERR_NOT_SUPPORTED;
         return 0;
     }
@@ -127,6 +156,8 @@ extern "C" uint32_t DEV_GetData(uint32_t deviceNo, uint32_t, uint32_t dataId, ui
         return 0;
     if (dataId <= 2)
         return readFrameData(deviceNo, dataId, subId, param, buffer, err);
+    if (dataId == kPixelProbeData)
+        return probePixel(deviceNo, subId, param, buffer, outSize, err);
     const DeviceRecord &rec = device(deviceNo);
     if (dataId == kLutSettingsData) {
         const LutSettings *settings = lutSettingsFor(rec, subId);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "quorin/quorin.h"
+#include "image/frame.h"
 #include "platform/platform.h"
 
 #include <cstdint>
@@ -63,6 +64,17 @@ constexpr std::uint32_t kMaxDefects = 1024;
 // One entry of a camera's table of modes (index 1..20).
 struct ModeTableEntry {
     std::uint32_t modeA1, modeA2, modeB1, modeB2, modeC1, modeC2;
+};
+
+// What the last successful transfer left in the device's image buffers,
+// for the one-pixel probe.
+struct LastImage {
+    image::ImageLayout layout; // None until a transfer succeeded
+    std::uint32_t blueFirst; // triples stored blue, green, red
+    std::uint32_t pixels;    // the frame's width x height
+    std::uint32_t memory;    // a recorded frame: the tables of row 1
+    std::uint32_t matrixOn;  // the matrix the frame was processed with
+    std::int32_t matrix[9];
 };
 
 // The state of one opened camera. Zeroed at DEV_Init and at close.
@@ -130,7 +142,7 @@ struct DeviceRecord {
 
     // Device data.
     std::int32_t timeStampOffset; // microseconds added to recorded time stamps
-    std::uint32_t imagePresent;   // a transfer has filled the image buffers
+    LastImage lastImage;
 };
 
 // Per-device buffers, each an array of 64 pointers indexed by device number.

@@ -37,6 +37,14 @@ inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
     return demosaicMethod == 1 ? 2 - colour : colour;
 }
 
+// What a processed frame leaves in the device's buffers. Monochrome frames
+// (and the colour model's raw mosaic) leave their corrected values in
+// workImage; colour frames leave finished triples in rgbImage, except the
+// 8-bit path, which keeps its colours as three planes before the colour
+// matrix and look-up: red at rgbImage, green at previousFrame, blue at
+// rgbImage + w * h.
+enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes };
+
 struct Frame {
     Area area;
     bool memory; // a memory frame (row 1) rather than a live one (row 0)

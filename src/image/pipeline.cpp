@@ -876,7 +876,7 @@ void outputColour(const Frame &f, bool sixteenBit, void *dest)
     reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
 }
 
-void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
+ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
     balance(f, f.colourMode == 2);
@@ -891,7 +891,7 @@ void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
         const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}}};
         interpolate(job);
         finishPlanar8(job, static_cast<std::uint8_t *>(dest));
-        return;
+        return ImageLayout::Planes;
     }
     const unsigned dm = f.demosaicMethod;
     const ColourJob<3> job{
@@ -899,11 +899,12 @@ void colourPipeline(const Frame &f, bool sixteenBit, void *dest)
     interpolate(job);
     finishInterleaved(job);
     outputColour(f, sixteenBit, dest);
+    return ImageLayout::Triples;
 }
 
 } // namespace
 
-void process(const Frame &f, bool sixteenBit, void *dest)
+ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
     if (!f.colour && !sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
@@ -913,30 +914,29 @@ void process(const Frame &f, bool sixteenBit, void *dest)
         auto *dest8 = static_cast<std::uint8_t *>(dest);
         sensorPass(f, &output, dest8);
         correctDefects(f, &output, dest8);
-        return;
+        return ImageLayout::Grey;
     }
     sensorPass(f);
     correctDefects(f);
     if (!f.colour) {
         lookUpMono(f, sixteenBit, dest);
-        return;
+        return ImageLayout::Grey;
     }
     if (f.rawBayerOutput) {
         if (sixteenBit)
             std::memcpy(dest, f.work, a.pixels() * 2);
         else
             reduceValues(f.work, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
-        return;
+        return ImageLayout::Grey;
     }
-    if (f.colourMode == 1 || f.colourMode == 2) {
-        colourPipeline(f, sixteenBit, dest);
-        return;
-    }
+    if (f.colourMode == 1 || f.colourMode == 2)
+        return colourPipeline(f, sixteenBit, dest);
     // The bilinear colour modes are rare: the reference stages serve them.
     reference::bilinear(f.work, f.rgb, a, f.demosaicMethod, f.bilinearLut);
     if (f.matrixOn)
         reference::colourMatrix(f.rgb, f.matrix, a, f.demosaicMethod);
     outputColour(f, sixteenBit, dest);
+    return ImageLayout::Triples;
 }
 
 } // namespace quorin::image

@@ -8,7 +8,8 @@
 namespace quorin::image {
 
 // Processes the frame in f.raw into dest (16-bit values when sixteenBit,
-// else 8-bit), writing f.cache where the rules say so.
-void process(const Frame &f, bool sixteenBit, void *dest);
+// else 8-bit), writing f.cache where the rules say so. Returns what the
+// frame left in the device's buffers.
+ImageLayout process(const Frame &f, bool sixteenBit, void *dest);
 
 } // namespace quorin::image

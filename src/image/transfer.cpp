@@ -179,7 +179,15 @@ bool prepare(std::uint32_t deviceNo, bool memory, Area *area, std::int32_t *err)
 // error word as the link left it.
 std::uint32_t finish(std::uint32_t deviceNo, bool memory, std::int32_t bitDepth, void *dest, std::int32_t *)
 {
-    image::process(frameFor(deviceNo, memory), bitDepth == 16, dest);
+    const Frame f = frameFor(deviceNo, memory);
+    LastImage &last = device(deviceNo).lastImage;
+    last.layout = image::process(f, bitDepth == 16, dest);
+    last.blueFirst = f.demosaicMethod == 1 ? 1 : 0;
+    last.pixels = static_cast<std::uint32_t>(f.area.pixels());
+    last.memory = memory ? 1 : 0;
+    last.matrixOn = f.matrixOn ? 1 : 0;
+    for (int i = 0; i < 9; ++i)
+        last.matrix[i] = f.matrix[i];
     return 1;
 }
 

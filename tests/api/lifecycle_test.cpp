@@ -167,16 +167,6 @@ TEST_F(Lifecycle, FailedHostOpenPassesTheHostsCodeUp)
     EXPECT_EQ(testing_support::openCamera(cam), 0u) << "the entry is usable afterwards";
 }
 
-TEST_F(Lifecycle, LaterExportsAnswerTwentyOneForNow)
-{
-    VirtualCamera cam(VCAM_K5, 2);
-    std::uint32_t dev = testing_support::openCamera(cam);
-    std::uint32_t u = 0;
-    std::uint8_t buf[20];
-    EXPECT_EQ(DEV_GetData(dev, 0, 6, 1, 1, buf, &u, &err_), 0u); // the one-pixel probe
-    EXPECT_EQ(err_, QUORIN_ERR_NOT_SUPPORTED);
-}
-
 TEST_F(Lifecycle, NullPointersFromTheHostAreRefusedNotFollowed)
 {
     VirtualCamera cam(VCAM_K5, 2);

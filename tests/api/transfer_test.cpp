@@ -278,3 +278,97 @@ TEST_F(TransferTest, EveryLinkTypeReadsFramesAndFailsWithoutTouchingTheDestinati
         EXPECT_EQ(live(16, 2 * values).ok, 1);
     }
 }
+
+namespace {
+
+struct Probe {
+    uint32_t ok;
+    int32_t err;
+    uint32_t rgb[3];
+};
+
+Probe probe(uint32_t dev, uint32_t x, uint32_t y)
+{
+    Probe p{0, 0x5A5A, {0, 0, 0}};
+    uint32_t size = 0;
+    p.ok = DEV_GetData(dev, 0, QUORIN_DATA_PIXEL_PROBE, x, y, p.rgb, &size, &p.err);
+    if (p.ok) {
+        EXPECT_EQ(size, 12u);
+    }
+    return p;
+}
+
+} // namespace
+
+// The probe reads the last image, whichever depth produced it: the colour
+// 8-bit path keeps planes before its matrix and look-up, the 16-bit path
+// finished triples, and both must give the values of the 16-bit image.
+TEST_F(TransferTest, PixelProbeReadsTheLastImageInRedGreenBlue)
+{
+    openSmall(VCAM_K5C, 2);
+    Probe p = probe(dev_, kW + 1, 0);
+    EXPECT_EQ(p.ok, 0u);
+    EXPECT_EQ(p.err, QUORIN_ERR_OUT_OF_RANGE) << "bounds are checked first";
+    p = probe(dev_, 3, 3);
+    EXPECT_EQ(p.ok, 0u);
+    EXPECT_EQ(p.err, QUORIN_ERR_NOT_ALLOWED) << "no image yet";
+
+    mode(1);
+    // A gamma curve, so that the look-up shows; reading the mode in
+    // playback rebuilds the tables of recorded frames.
+    ASSERT_EQ(set(QUORIN_CAP_LUT_MODE, 2).ok, 1);
+    ASSERT_EQ(get(QUORIN_CAP_LUT_MODE).value, 2u);
+    Shot sixteen = memory(5, 16, 6 * kPixels);
+    ASSERT_EQ(sixteen.ok, 1);
+    std::vector<uint16_t> image(3 * kPixels);
+    std::memcpy(image.data(), sixteen.data.data(), 6 * kPixels);
+    const uint32_t points[][2] = {{0, 0}, {1, 0}, {0, 1}, {77, 31}, {kW - 1, kH - 1}, {kW, 0}};
+    for (bool eightBit : {false, true}) {
+        if (eightBit) {
+            ASSERT_EQ(memory(5, 8, 3 * kPixels).ok, 1);
+        }
+        for (const auto &pt : points) {
+            SCOPED_TRACE(testing::Message() << (eightBit ? "8" : "16") << "-bit, x " << pt[0] << " y " << pt[1]);
+            p = probe(dev_, pt[0], pt[1]);
+            ASSERT_EQ(p.ok, 1u);
+            EXPECT_EQ(p.err, 0x5A5A) << "success leaves the error word";
+            const size_t i = size_t{pt[1]} * kW + pt[0]; // x = width is the next row's first pixel
+            // Stored blue, green, red after open; the probe answers red first.
+            EXPECT_EQ(p.rgb[0], image[3 * i + 2]);
+            EXPECT_EQ(p.rgb[1], image[3 * i + 1]);
+            EXPECT_EQ(p.rgb[2], image[3 * i]);
+        }
+    }
+    EXPECT_EQ(probe(dev_, kW, kH).ok, 1u) << "both bounds are inclusive";
+    EXPECT_EQ(probe(dev_, 0, kH + 1).err, QUORIN_ERR_OUT_OF_RANGE);
+
+}
+
+TEST_F(TransferTest, PixelProbeOfAMonochromeImageIsItsCorrectedValueThreeTimes)
+{
+    openSmall(VCAM_K5, 7);
+    int32_t err = 0;
+    // With the identity curve the 16-bit image is the corrected value itself.
+    ASSERT_EQ(DEV_SetData(dev_, 0, QUORIN_DATA_LUT_SETTINGS, 0xFFFFFFFF, 0, nullptr, 0, &err), 1u);
+    Shot sixteen = live(16, 2 * kPixels);
+    ASSERT_EQ(sixteen.ok, 1);
+    std::vector<uint16_t> image(kPixels);
+    std::memcpy(image.data(), sixteen.data.data(), 2 * kPixels);
+    for (uint32_t i : {0u, 1u, 9u * kW + 100, kPixels - 1}) {
+        const Probe p = probe(dev_, i % kW, i / kW);
+        ASSERT_EQ(p.ok, 1u);
+        EXPECT_EQ(p.rgb[0], image[i]);
+        EXPECT_EQ(p.rgb[1], image[i]);
+        EXPECT_EQ(p.rgb[2], image[i]);
+    }
+    // A refused transfer leaves the last image in place.
+    ASSERT_EQ(set(QUORIN_CAP_RESOLUTION, packed(1100, 64)).ok, 1);
+    EXPECT_EQ(live(8, 1100 * 64).ok, 0);
+    ASSERT_EQ(set(QUORIN_CAP_RESOLUTION, packed(kW, kH)).ok, 1);
+    EXPECT_EQ(probe(dev_, 100, 9).rgb[0], image[9 * kW + 100]);
+
+    // The largest area: its inclusive corner lies past the image buffers.
+    ASSERT_EQ(set(QUORIN_CAP_RESOLUTION, packed(1024, 1024)).ok, 1);
+    EXPECT_EQ(probe(dev_, 1023, 1023).ok, 1u);
+    EXPECT_EQ(probe(dev_, 1024, 1023).err, QUORIN_ERR_OUT_OF_RANGE);
+}
