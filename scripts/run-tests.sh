@@ -4,7 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/ensure-packages.sh cmake ninja-build g++ libgomp1 googletest libgtest-dev \
-  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64
+  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 \
+  libpng-dev libtiff-dev libcli11-dev pkg-config python3 python3-numpy python3-pytest zip
 
 jobs=$(nproc)
 passed=0
@@ -14,7 +15,7 @@ run_suite() { # name, build dir, cmake arguments...
   local name=$1 dir=$2
   shift 2
   echo "=== $name"
-  if ! cmake -S . -B "$dir" -G Ninja "$@" >/dev/null || ! cmake --build "$dir" -j "$jobs"; then
+  if ! cmake -S . -B "$dir" -G Ninja -DQUORIN_BUILD_TESTS=ON "$@" >/dev/null || ! cmake --build "$dir" -j "$jobs"; then
     echo "=== $name: build failed"
     broken=$((broken + 1))
     return

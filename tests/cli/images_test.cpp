@@ -1,0 +1,170 @@
+// grab and download: the files they write (read back with libpng and
+// libtiff), the time-stamp CSV, and an interrupted download.
+#include "tool_runner.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+using namespace cli_test;
+
+namespace {
+
+using Args = std::vector<std::string>;
+
+// Files of a folder that are not finished images: the tool's temporary
+// files start with a dot.
+std::vector<std::string> hiddenFiles(const std::string &folder)
+{
+    std::vector<std::string> hidden;
+    for (const std::string &n : listFolder(folder))
+        if (n[0] == '.')
+            hidden.push_back(n);
+    return hidden;
+}
+
+void expectShape(const Image &img, std::uint32_t w, std::uint32_t h, std::uint32_t channels, std::uint32_t bits)
+{
+    EXPECT_EQ(img.width, w);
+    EXPECT_EQ(img.height, h);
+    EXPECT_EQ(img.channels, channels);
+    EXPECT_EQ(img.bits, bits);
+}
+
+} // namespace
+
+TEST(Images, GrabWritesColourAndGreyFilesOfTheRequestedDepth)
+{
+    Workspace ws;
+    struct Case {
+        Args args;
+        const char *folder;
+        const char *first;
+        std::size_t files;
+        std::uint32_t channels, bits;
+    };
+    const Case cases[] = {
+        {{"--camera", "virtual:k5c", "grab", "-n", "3", "-o", "c8/live_%04d.png"}, "c8", "live_0001.png", 3, 3, 8},
+        {{"--camera", "virtual:k5c", "grab", "-n", "2", "--bits", "16", "-o", "c16/f%d.tiff"}, "c16", "f1.tiff", 2, 3,
+         16},
+        {{"--camera", "virtual:k5", "--link", "4", "grab", "-n", "2", "--bits", "16", "-o", "g16/f%02d.png"}, "g16",
+         "f01.png", 2, 1, 16},
+        {{"--camera", "virtual:k5", "--link", "7", "grab", "-n", "2", "--format", "tiff", "-o", "g8/f%d.img"}, "g8",
+         "f1.img", 2, 1, 8},
+    };
+    for (const Case &c : cases) {
+        const ToolResult r = ws.run(Args{"--set", "resolution=256x128"} + c.args);
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.out.find("frames per second"), std::string::npos) << r.out;
+        const std::string folder = ws.file(c.folder);
+        const auto files = listFolder(folder);
+        EXPECT_EQ(files.size(), c.files) << folder;
+        EXPECT_TRUE(hiddenFiles(folder).empty()) << folder;
+        for (const std::string &f : files)
+            expectShape(readImage(folder + "/" + f), 256, 128, c.channels, c.bits);
+        const std::string first = folder + "/" + c.first;
+        ASSERT_TRUE(exists(first)) << first;
+        if (c.bits == 16) {
+            // The 10-bit values are scaled to the 16-bit range, and a PNG
+            // file says how many bits are significant.
+            const Image img = readImage(first);
+            std::uint16_t high = 0;
+            for (std::uint16_t v : img.samples) {
+                ASSERT_EQ(v % 64, 0) << first;
+                high = std::max(high, v);
+            }
+            EXPECT_GT(high, 32768) << first;
+            if (std::string(c.first).ends_with(".png")) {
+                EXPECT_EQ(img.significantBits, 10u);
+            }
+        }
+    }
+}
+
+TEST(Images, ColourFilesAreStoredRedGreenBlue)
+{
+    // The full picture shows colour bars along the top: red at x 640..767,
+    // blue at 768..895.
+    Workspace ws;
+    for (const char *name : {"bars.png", "bars16.tiff"}) {
+        const bool sixteen = std::string(name).ends_with(".tiff");
+        const ToolResult r = ws.run({"grab", "--bits", sixteen ? "16" : "8", "-o", name});
+        ASSERT_EQ(r.status, 0) << r.err;
+        const Image img = readImage(ws.file(name));
+        expectShape(img, 1024, 1024, 3, sixteen ? 16 : 8);
+        const std::uint32_t full = sixteen ? 65535 : 255;
+        EXPECT_GT(img.at(700, 100, 0), full * 3 / 4) << name;
+        EXPECT_LT(img.at(700, 100, 2), full / 4) << name;
+        EXPECT_GT(img.at(830, 100, 2), full * 3 / 4) << name;
+        EXPECT_LT(img.at(830, 100, 0), full / 4) << name;
+    }
+}
+
+TEST(Images, DownloadWritesNumberedFilesAndTimeStamps)
+{
+    Workspace ws;
+    ws.setEnv("QUORIN_TEST_DRIVER_MODEL", "k5c");
+    const ToolResult r = ws.run(driverArgs() + Args{"--set", "resolution=128x64", "download", "--frames", "3-7",
+                                                    "--bits", "16", "-o", "rec/frame_%04d.tiff"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(listFolder(ws.file("rec")),
+              (std::vector<std::string>{"frame_0003.tiff", "frame_0004.tiff", "frame_0005.tiff", "frame_0006.tiff",
+                                        "frame_0007.tiff", "timestamps.csv"}));
+    for (int n = 3; n <= 7; ++n)
+        expectShape(readImage(ws.file("rec/frame_000" + std::to_string(n) + ".tiff")), 128, 64, 3, 16);
+
+    // One line per file; the recording runs at 1000 frames per second from
+    // 23:59:58.5 on day 200.
+    const auto csv = lines(readText(ws.file("rec/timestamps.csv")));
+    ASSERT_EQ(csv.size(), 6u);
+    EXPECT_EQ(csv[0], "frame,file,day,hour,minute,second,microsecond,time_code,time");
+    EXPECT_EQ(csv[1], "3,frame_0003.tiff,200,23,59,58,502000,1,23:59:58.502000");
+    EXPECT_EQ(csv[5], "7,frame_0007.tiff,200,23,59,58,506000,1,23:59:58.506000");
+    EXPECT_NE(r.out.find("downloaded 5 128x64 RGB 16-bit frames"), std::string::npos) << r.out;
+    EXPECT_EQ(ws.driverLog(), "interface\nopen 10759 ok\nclose\n");
+}
+
+TEST(Images, FramesOutsideTheRecordingAreRefusedBeforeAnyChange)
+{
+    Workspace ws;
+    const ToolResult r = ws.run(driverArgs() + Args{"download", "--frames", "10-99999", "-o", "rec/f_%d.png"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(lines(r.err).size(), 1u);
+    EXPECT_NE(r.err.find("outside the recording (frames 1-3276)"), std::string::npos) << r.err;
+    EXPECT_TRUE(listFolder(ws.file("rec")).empty());
+}
+
+TEST(Interrupt, SigintDuringDownloadLeavesCompleteFilesAndALiveCamera)
+{
+    Workspace ws;
+    const pid_t pid = ws.start(driverArgs() + Args{"download", "--frames", "1-3000", "-o", "rec/f_%05d.png"});
+    // Wait for the first frames, then interrupt.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (listFolder(ws.file("rec")).size() < 3 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    kill(pid, SIGINT);
+    const ToolResult r = ws.wait(pid);
+    EXPECT_EQ(r.status, 130) << r.err;
+    EXPECT_NE(r.err.find("interrupted after"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("back in live mode"), std::string::npos) << r.err;
+
+    EXPECT_TRUE(hiddenFiles(ws.file("rec")).empty()) << "temporary files left behind";
+    auto files = listFolder(ws.file("rec"));
+    ASSERT_FALSE(files.empty());
+    ASSERT_EQ(files.back(), "timestamps.csv");
+    files.pop_back();
+    EXPECT_GE(files.size(), 3u);
+    EXPECT_LT(files.size(), 3000u);
+    for (const std::string &f : files)
+        expectShape(readImage(ws.file("rec/" + f)), 1024, 1024, 1, 8);
+    // The CSV lists exactly the files written, in order.
+    const auto csv = lines(readText(ws.file("rec/timestamps.csv")));
+    ASSERT_EQ(csv.size(), files.size() + 1);
+    for (std::size_t i = 0; i < files.size(); ++i)
+        EXPECT_EQ(csv[i + 1].substr(0, csv[i + 1].find(',', csv[i + 1].find(',') + 1)),
+                  std::to_string(i + 1) + "," + files[i]);
+    // The camera was closed properly.
+    EXPECT_EQ(ws.driverLog(), "interface\nopen 10759 ok\nclose\n");
+}

@@ -1,0 +1,100 @@
+// quorin defects: show the camera's defect pixels, replace them with a
+// list from a text file of "x y" lines, or clear them.
+#include "commands.h"
+
+#include "cli_error.h"
+#include "values.h"
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+namespace quorin::cli {
+namespace {
+
+constexpr std::uint32_t kSensorSide = 1024;
+
+struct DefectOptions {
+    std::string file;
+    bool clear = false;
+    std::vector<std::uint32_t> entries; // (x << 16) | y
+};
+
+// Reads "x y" lines (also "x,y"); blank lines and text after '#' are
+// skipped. Every position must lie on the 1024 x 1024 sensor.
+std::vector<std::uint32_t> readDefectFile(const std::string &path)
+{
+    std::ifstream in(path);
+    if (!in)
+        throw UsageError("cannot read the defect file '" + path + "'");
+    std::vector<std::uint32_t> entries;
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        line = line.substr(0, line.find('#'));
+        for (char &ch : line)
+            if (ch == ',' || ch == '\t' || ch == '\r')
+                ch = ' ';
+        std::istringstream fields(line);
+        std::string xs, ys, extra;
+        if (!(fields >> xs))
+            continue;
+        fields >> ys >> extra;
+        auto x = parseNumber(xs), y = parseNumber(ys);
+        if (!x || !y || !extra.empty())
+            throw UsageError(path + ":" + std::to_string(number) + ": expected 'x y', found '" + line + "'");
+        if (*x >= kSensorSide || *y >= kSensorSide)
+            throw UsageError(path + ":" + std::to_string(number) + ": (" + xs + ", " + ys +
+                             ") lies outside the 1024x1024 sensor");
+        entries.push_back(*x << 16 | *y);
+    }
+    if (entries.size() > QUORIN_MAX_LIST_ENTRIES)
+        throw UsageError(path + ": " + std::to_string(entries.size()) + " defect pixels; the camera takes at most " +
+                         std::to_string(QUORIN_MAX_LIST_ENTRIES));
+    return entries;
+}
+
+} // namespace
+
+Command addDefectsCommand(CLI::App &parent)
+{
+    auto o = std::make_shared<DefectOptions>();
+    Command c;
+    c.app = parent.add_subcommand("defects", "Show, replace or clear the camera's defect pixels");
+    c.app->add_option("file", o->file, "Text file of defect pixels, one 'x y' per line ('#' starts a comment)");
+    c.app->add_flag("--clear", o->clear, "Remove every defect pixel");
+    c.app->footer("Without a file the present list is shown. The library sorts the list by row, drops repeats\n"
+                  "and sends it to the camera.\n"
+                  "\nExamples:\n  quorin defects\n  quorin defects my_defects.txt\n  quorin defects --clear");
+    c.check = [o] {
+        if (o->clear && !o->file.empty())
+            throw UsageError("give either a defect file or --clear, not both");
+        if (!o->file.empty())
+            o->entries = readDefectFile(o->file);
+    };
+    c.run = [o](CameraSession &camera) {
+        if (o->clear || !o->file.empty()) {
+            // The library rewrites the whole buffer as the stored list.
+            std::vector<std::uint32_t> buffer(QUORIN_MAX_LIST_ENTRIES, 0xFFFFFFFFu);
+            std::copy(o->entries.begin(), o->entries.end(), buffer.begin());
+            std::uint32_t stored = 0;
+            std::int32_t err = 0;
+            CameraSession::check(DEV_SetList(camera.device(), 0, QUORIN_SETLIST_DEFECTS, 0, buffer.data(),
+                                             static_cast<std::uint32_t>(o->entries.size()), &stored, &err),
+                                 err, "send the defect list");
+            std::printf("stored %u defect pixels", stored);
+            if (stored < o->entries.size())
+                std::printf(" (%zu repeats dropped)", o->entries.size() - stored);
+            std::printf("\n");
+            return 0;
+        }
+        const auto entries = camera.list(QUORIN_LIST_DEFECTS, "of defect pixels");
+        std::printf("%zu defect pixels\n", entries.size());
+        for (std::uint32_t e : entries)
+            std::printf("  %u %u\n", e >> 16, e & 0xFFFF);
+        return 0;
+    };
+    return c;
+}
+
+} // namespace quorin::cli
