@@ -1,0 +1,555 @@
+"""Cameras: opening, capabilities, lists, pictures and device data."""
+
+import contextlib
+import ctypes
+import threading
+import weakref
+
+import numpy as np
+
+from . import names as _names
+from ._library import InterfaceTable, Library, library as _default_library
+from .errors import DriverError, QuorinError
+from .records import (CHANNEL_DTYPE, GAIN_TABLE_SHAPE, LUT_SETTINGS_SIZE, TIME_AND_CHANNELS_DTYPE,
+                      TIME_STAMP_DTYPE, LutSettings)
+from .virtual import DEFAULT_LINK_TYPE, VirtualCamera
+
+c_u32, c_i32 = ctypes.c_uint32, ctypes.c_int32
+byref = ctypes.byref
+
+MODE_LIVE = 0
+MODE_PLAYBACK = 1
+
+MAX_LIST_ENTRIES = 1024
+MAX_FRAMES_PER_READ = 2048  # per-frame data ids read at most this many records per call
+LUT_USER = 11
+_IDENTITY_LUT = 0xFFFFFFFF
+_GAIN_TABLES = {"camera": 1, "file": 2, 1: 1, 2: 2}
+_FREE_LUTS = {"r": 20, "g": 21, "b": 22}
+
+def _depth(bits):
+    if bits not in (8, 16) or isinstance(bits, bool):
+        raise ValueError("bits must be 8 or 16, not %r" % (bits,))
+    return bits
+
+
+def _release(dll, lock, device_no, virtual):
+    """Closes a camera that was never closed explicitly (garbage collection
+    or interpreter exit); errors cannot be reported here."""
+    err = c_i32(0)
+    with lock:
+        dll.DEV_CloseDevice(device_no, byref(err))
+    if virtual is not None:
+        virtual.destroy()
+
+
+class _Layout:
+    """How the library lays out one picture: size, planes and channel order."""
+
+    __slots__ = ("width", "height", "planes", "bgr")
+
+    def __init__(self, width, height, planes, bgr):
+        self.width, self.height, self.planes, self.bgr = width, height, planes, bgr
+
+    def shape(self, count=None):
+        shape = (self.height, self.width) + ((3,) if self.planes == 3 else ())
+        return shape if count is None else (count,) + shape
+
+    def finish(self, array):
+        """The picture with its colours in R, G, B order."""
+        return np.ascontiguousarray(array[..., ::-1]) if self.bgr else array
+
+
+class Camera:
+    """An open camera. Use :func:`quorin.open` to get one, preferably as a
+    context manager; :meth:`close` closes the device (and destroys a virtual
+    camera).
+
+    Capabilities and lists are named by the header's constants in kebab
+    case (``"frame-rate"``) or by number. Pictures are numpy arrays shaped
+    (height, width) on the K5 and (height, width, 3) in R, G, B order on the
+    K5C, uint8 or uint16 (10-bit values).
+    """
+
+    def __init__(self, library, device_no, virtual=None, driver=None):
+        self.library = library
+        self._dll = library.dll
+        self.device_number = device_no
+        self.virtual = virtual
+        self._driver = driver  # keeps a host link driver loaded while the camera is open
+        self._lock = threading.RLock()
+        self._closed = False
+        name = ctypes.create_string_buffer(256)
+        self._invoke("DEV_GetDeviceName", device_no, 0, name)
+        self.name = name.value.decode("ascii", "replace")
+        self.is_colour = bool(self.get("colour-model"))
+        self.model = "K5C" if self.is_colour else "K5"
+        # From here on the camera is closed when it is collected or at exit,
+        # should the host never close it.
+        self._finalizer = weakref.finalize(self, _release, self._dll, library.lock, device_no, virtual)
+
+    def __repr__(self):
+        state = "closed" if self._closed else "device %d" % self.device_number
+        return "<quorin.Camera %s, %s%s>" % (self.name, state, ", virtual" if self.virtual else "")
+
+    # -- life -----------------------------------------------------------------
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, exc_type, exc, tb):
+        try:
+            self.close()
+        except QuorinError:
+            if exc_type is None:
+                raise
+            # the body's own exception is the one to report
+        return False
+
+    @property
+    def closed(self):
+        return self._closed
+
+    def close(self):
+        """Closes the device: the library returns the camera to live mode and
+        saves its settings. A virtual camera is destroyed afterwards. Closing
+        twice does nothing."""
+        with self._lock:
+            if self._closed:
+                return
+            self._closed = True
+            self._finalizer.detach()
+            err = c_i32(0)
+            try:
+                with self.library.lock:
+                    ok = self._dll.DEV_CloseDevice(self.device_number, byref(err))
+            finally:
+                if self.virtual is not None:
+                    self.virtual.destroy()
+            if not ok:
+                raise QuorinError(err.value, "DEV_CloseDevice")
+
+    def _invoke(self, function, *args):
+        """Calls an export with the device's arguments and a status word;
+        raises QuorinError when it returns 0. Returns the status word."""
+        if self._closed:
+            raise ValueError("the camera is closed")
+        err = c_i32(0)
+        if not getattr(self._dll, function)(*args, byref(err)):
+            raise QuorinError(err.value, function)
+        return err.value
+
+    # -- capabilities and lists -------------------------------------------------
+
+    def get(self, capability, sub_index=0, raw=False):
+        """Reads one capability, by name or number.
+
+        The value is decoded as the name table says (sizes as (width,
+        height), flags as bool, pairs as tuples, ...); ``raw=True`` returns
+        the two value words instead. A number without a table entry reads
+        as the plain value word.
+        """
+        ident, entry = _names.capability(capability)
+        if entry is not None and "g" not in entry.access:
+            raise ValueError("capability %r can only be set" % entry.name)
+        with self._lock:
+            if entry is not None and entry.get_kind == "channels":
+                return self._frame_counts(ident, sub_index, raw)
+            value, value2 = c_u32(0), c_u32(0)
+            self._invoke("DEV_GetDeviceCaps", self.device_number, 0, ident, sub_index, byref(value), byref(value2))
+        if raw:
+            return (value.value, value2.value)
+        return _names.decode(entry.get_kind if entry else "int", value.value, value2.value)
+
+    def _frame_counts(self, ident, sub_index, raw):
+        # Id 39 writes one element per channel at value and 512 bytes at value2.
+        channels = self.get("channel-count")
+        counts = (c_u32 * 64)()
+        block = (c_u32 * 128)()
+        self._invoke("DEV_GetDeviceCaps", self.device_number, 0, ident, sub_index, counts, block)
+        values = list(counts[:max(0, min(channels, 64))])
+        return (values, bytes(block)) if raw else values
+
+    def set(self, capability, value, sub_index=0):
+        """Changes one capability, by name or number.
+
+        ``value`` is encoded as the name table says: a (width, height) tuple
+        for sizes, an :class:`~quorin.names.ImageOutput` or 3-tuple for
+        "image-output", a signed int for "signed-offset", a (value, value2)
+        tuple where the id takes two words; a plain int is the raw value.
+        """
+        ident, entry = _names.capability(capability)
+        if entry is not None and "s" not in entry.access:
+            raise ValueError("capability %r can only be read" % entry.name)
+        value, value2 = _names.encode(entry.set_kind if entry else "int", value)
+        with self._lock:
+            self._invoke("DEV_SetDeviceCaps", self.device_number, 0, ident, sub_index, value, value2)
+
+    def list(self, value_list, sub_index=0):
+        """Reads one value list, by name or number.
+
+        Sizes come as (width, height), defect pixels as (column, row),
+        look-up tables as a uint16 array of 1024 entries, the camera entries
+        as ten values (None where the camera has no entry); other lists as
+        a list of ints.
+        """
+        ident, entry = _names.value_list(value_list)
+        entries = (c_u32 * MAX_LIST_ENTRIES)()
+        count = c_u32(0)
+        with self._lock:
+            self._invoke("DEV_GetList", self.device_number, 0, ident, sub_index, entries, byref(count))
+        words = np.frombuffer(entries, dtype=np.uint32)
+        kind = entry.kind if entry else "int"
+        if kind == "table":
+            return words.astype(np.uint16)
+        if kind == "entries":
+            return [None if w == 0xFFFFFFFF else int(w) for w in words[:10]]
+        values = [int(w) for w in words[:min(count.value, MAX_LIST_ENTRIES)]]
+        if kind == "size":
+            return [_names.unpack_size(v) for v in values]
+        if kind == "defect":
+            return [(v >> 16, v & 0xFFFF) for v in values]
+        return values
+
+    # -- pictures ----------------------------------------------------------------
+
+    def _layout(self):
+        """Reads the picture's size and place on the sensor (which the
+        library keeps for the next transfer) and the output options."""
+        width, height = self.get("resolution")
+        self.get("value-73")
+        out = self.get("image-output")
+        planes = 3 if self.is_colour and not out.raw_bayer else 1
+        return _Layout(width, height, planes, planes == 3 and out.demosaic == 1)
+
+    def grab(self, bits=8):
+        """Fetches the current live frame.
+
+        Returns uint8 (bits=8) or uint16 (bits=16, 10-bit values) shaped
+        (height, width), or (height, width, 3) in R, G, B order on the K5C
+        (a raw Bayer output is (height, width)). Refused with error 110 while
+        the camera is in playback.
+        """
+        bits = _depth(bits)
+        with self._lock:
+            layout = self._layout()
+            image = np.empty(layout.shape(), np.uint16 if bits == 16 else np.uint8)
+            self._invoke("DEV_TransferLiveImage", self.device_number, 0, bits, image.ctypes.data)
+        return layout.finish(image)
+
+    def live_cache(self):
+        """The 16-bit result of the last 8-bit transfer (needs
+        "keep-live-cache" on, else error 11), shaped as :meth:`grab`'s."""
+        with self._lock:
+            layout = self._layout()
+            image = np.empty(layout.shape(), np.uint16)
+            err = c_u32(0)
+            if not self._dll.DEV_TransferLiveImageCache(self.device_number, 0, image.ctypes.data, byref(err)):
+                raise QuorinError(ctypes.c_int32(err.value).value, "DEV_TransferLiveImageCache")
+        return layout.finish(image)
+
+    def mode(self):
+        """The camera mode (capability 0): 0 live, 1 playback, 2, 4, 8, 16, 32 recording states."""
+        return self.get("camera-mode")
+
+    @contextlib.contextmanager
+    def playback(self):
+        """Context manager: puts the camera in playback, makes the reads that
+        recorded-frame transfers and time stamps need (channel number,
+        picture size and place, frame rate, trigger settings, look-up mode),
+        and returns the camera to live mode at the end, also when the body
+        raises. A camera already in playback stays there.
+        """
+        with self._lock:
+            entered = self.mode() != MODE_PLAYBACK
+            try:
+                if entered:
+                    self.set("camera-mode", MODE_PLAYBACK)
+                self._prepare_playback()
+                yield self
+            except BaseException:
+                if entered:
+                    with contextlib.suppress(QuorinError):
+                        self.set("camera-mode", MODE_LIVE)
+                raise
+            if entered:
+                self.set("camera-mode", MODE_LIVE)
+
+    def _prepare_playback(self):
+        # In playback the library reads and keeps these for the channel being
+        # played back; the recorded-frame transfers use what they kept.
+        self.get("channel-number")
+        self.get("frame-rate")
+        self.get("frame-count")
+        self.get("trigger-mode")
+        self.get("lut-mode")
+        if self.is_colour:
+            self.get("colour-temperature")
+
+    def transfer_recorded(self, frame, bits=8):
+        """Fetches recorded frame ``frame`` (counted from 1). Playback only:
+        outside it the library refuses with error 111. See :meth:`download`."""
+        bits = _depth(bits)
+        with self._lock:
+            layout = self._layout()
+            image = np.empty(layout.shape(), np.uint16 if bits == 16 else np.uint8)
+            self._invoke("DEV_TransferMemImage", self.device_number, 0, int(frame), bits, image.ctypes.data)
+        return layout.finish(image)
+
+    def download(self, frames, bits=8, stack=True, time_stamps=False):
+        """Downloads recorded frames from the camera's memory.
+
+        ``frames`` is an iterable of frame numbers counted from 1 (or one
+        number). The camera is put in playback for the transfers and
+        returned to live mode afterwards, also on error (see
+        :meth:`playback`). Returns a numpy array shaped (N, height, width)
+        or (N, height, width, 3) in R, G, B order, or a list of frames with
+        ``stack=False``. With ``time_stamps=True`` returns (frames, stamps),
+        stamps a :data:`~quorin.records.TIME_STAMP_DTYPE` array.
+        """
+        bits = _depth(bits)
+        if isinstance(frames, int):
+            frames = [frames]
+        dtype = np.uint16 if bits == 16 else np.uint8
+        with self._lock, self.playback():
+            layout = self._layout()
+            try:
+                count = len(frames)
+            except TypeError:
+                count = None
+            block = np.empty(layout.shape(count), dtype) if stack and count is not None else None
+            images, numbers = [], []
+            for i, n in enumerate(frames):
+                n = int(n)
+                image = block[i] if block is not None else np.empty(layout.shape(), dtype)
+                self._invoke("DEV_TransferMemImage", self.device_number, 0, n, bits, image.ctypes.data)
+                images.append(image)
+                numbers.append(n)
+            stamps = self._stamps_of(numbers) if time_stamps else None
+        if block is not None:
+            result = layout.finish(block)
+        elif stack:
+            result = layout.finish(np.stack(images) if images else np.empty(layout.shape(0), dtype))
+        else:
+            result = [layout.finish(image) for image in images]
+        return (result, stamps) if time_stamps else result
+
+    def _stamps_of(self, numbers):
+        stamps = np.zeros(len(numbers), TIME_STAMP_DTYPE)
+        i = 0
+        while i < len(numbers):  # one read per run of consecutive frames
+            j = i + 1
+            while j < len(numbers) and numbers[j] == numbers[j - 1] + 1 and j - i < MAX_FRAMES_PER_READ:
+                j += 1
+            stamps[i:j] = self.time_stamps(numbers[i], j - i)
+            i = j
+        return stamps
+
+    # -- device data --------------------------------------------------------------
+
+    def _get_data(self, data_id, sub_id, param, buffer):
+        size = c_u32(0)
+        self._invoke("DEV_GetData", self.device_number, 0, data_id, sub_id, param,
+                     ctypes.c_void_p(buffer), byref(size))
+        return size.value
+
+    def _set_data(self, data_id, sub_id, buffer):
+        self._invoke("DEV_SetData", self.device_number, 0, data_id, sub_id, 0, ctypes.c_void_p(buffer), 0)
+
+    def _frame_records(self, data_id, dtype, first, count):
+        count = int(count)
+        if count < 1:
+            raise ValueError("count must be at least 1")
+        records = np.zeros(count, dtype)  # reserved bytes stay zero
+        with self._lock:
+            for start in range(0, count, MAX_FRAMES_PER_READ):
+                n = min(MAX_FRAMES_PER_READ, count - start)
+                self._get_data(data_id, int(first) + start, n, records[start:start + n].ctypes.data)
+        return records
+
+    def time_stamps(self, first=1, count=1):
+        """Time stamps of ``count`` recorded frames from ``first`` on, as a
+        :data:`~quorin.records.TIME_STAMP_DTYPE` array (day, hour, minute,
+        second, microsecond, time_code). Playback only (error 111), after the
+        frame rate was read in playback (error 10): use inside
+        :meth:`playback`."""
+        return self._frame_records(0, TIME_STAMP_DTYPE, first, count)
+
+    def channel_records(self, first=1, count=1):
+        """Channel records of recorded frames (status, c, d, a, b of ten
+        channels), a :data:`~quorin.records.CHANNEL_DTYPE` array. Playback only."""
+        return self._frame_records(1, CHANNEL_DTYPE, first, count)
+
+    def time_and_channels(self, first=1, count=1):
+        """Both records per frame, fields "time" and "channels". Playback only."""
+        return self._frame_records(2, TIME_AND_CHANNELS_DTYPE, first, count)
+
+    def lut_settings(self, lut_mode=LUT_USER):
+        """The look-up settings of a LUT mode: 1..5 the presets, 11 the user's."""
+        buf = ctypes.create_string_buffer(LUT_SETTINGS_SIZE)
+        with self._lock:
+            self._get_data(3, int(lut_mode), 0, ctypes.addressof(buf))
+        return LutSettings.from_bytes(buf.raw)
+
+    def set_lut_settings(self, settings):
+        """Stores the user look-up settings (a LutSettings or its 76 bytes)."""
+        data = settings.to_bytes() if isinstance(settings, LutSettings) else bytes(settings)
+        if len(data) != LUT_SETTINGS_SIZE:
+            raise ValueError("look-up settings are %d bytes, not %d" % (LUT_SETTINGS_SIZE, len(data)))
+        buf = ctypes.create_string_buffer(data, LUT_SETTINGS_SIZE)
+        with self._lock:
+            self._set_data(3, LUT_USER, ctypes.addressof(buf))
+
+    def apply_identity_lut(self):
+        """Applies the identity curve to the live look-up tables."""
+        buf = ctypes.create_string_buffer(LUT_SETTINGS_SIZE)
+        with self._lock:
+            self._set_data(3, _IDENTITY_LUT, ctypes.addressof(buf))
+
+    def gain_table(self, which="file"):
+        """A pixel-gain table, 1024 x 1024 uint16: "camera" (1, read from the
+        camera at open) or "file" (2, the one applied and saved to file)."""
+        try:
+            sub = _GAIN_TABLES[which]
+        except (KeyError, TypeError):
+            raise ValueError("gain table must be 'camera' or 'file', not %r" % (which,)) from None
+        table = np.empty(GAIN_TABLE_SHAPE, np.uint16)
+        with self._lock:
+            self._get_data(4, sub, 0, table.ctypes.data)
+        return table
+
+    def set_gain_table(self, table):
+        """Replaces the file pixel-gain table (1024 x 1024 values, 512 = 1.0)."""
+        table = np.ascontiguousarray(table, dtype=np.uint16)
+        if table.size != GAIN_TABLE_SHAPE[0] * GAIN_TABLE_SHAPE[1]:
+            raise ValueError("a gain table has 1024 x 1024 entries, not %d" % table.size)
+        with self._lock:
+            self._set_data(4, 0, table.ctypes.data)
+
+    def flat_field(self, image):
+        """Computes the file pixel-gain table from a flat-field picture of
+        the live area: (height, width) 10-bit values, such as a 16-bit
+        :meth:`grab` of a K5, or of a K5C with raw Bayer output on."""
+        image = np.ascontiguousarray(image, dtype=np.uint16)
+        with self._lock:
+            width, height = self.get("resolution")
+            self.get("value-73")
+            if image.shape != (height, width):
+                raise ValueError("the flat field must be shaped %r like the live area, not %r"
+                                 % ((height, width), image.shape))
+            self._set_data(5, 0, image.ctypes.data)
+
+    def probe(self, x, y):
+        """(red, green, blue) of pixel (x, y) of the last transferred image,
+        before the 8-bit reduction (a K5 gives its value three times)."""
+        rgb = (c_u32 * 3)()
+        with self._lock:
+            self._get_data(6, int(x), int(y), ctypes.addressof(rgb))
+        return tuple(rgb)
+
+    def set_defects(self, pixels):
+        """Loads the defect list: (column, row) pairs (or packed column << 16 |
+        row words), at most 1024; an empty list clears it. Returns the list
+        as stored: sorted by row, then column, without repeats."""
+        words = [p if isinstance(p, int) else (int(p[0]) << 16) | int(p[1]) for p in pixels]
+        buf = (c_u32 * max(MAX_LIST_ENTRIES, len(words)))(*words)
+        stored = c_u32(0)
+        with self._lock:
+            self._invoke("DEV_SetList", self.device_number, 0, 18, 0, buf, len(words), byref(stored))
+        return [(w >> 16, w & 0xFFFF) for w in buf[:min(stored.value, len(buf))]]
+
+    def set_free_lut(self, channel, curve):
+        """Draws a free look-up curve ("r", "g" or "b"; 1024 values). Accepted
+        only while the user LUT is the LUT mode (else error 5)."""
+        try:
+            ident = _FREE_LUTS[channel.lower()]
+        except (KeyError, AttributeError):
+            raise ValueError("channel must be 'r', 'g' or 'b', not %r" % (channel,)) from None
+        curve = np.ascontiguousarray(curve, dtype=np.uint32).ravel()
+        if curve.size != MAX_LIST_ENTRIES:
+            raise ValueError("a free curve has 1024 entries, not %d" % curve.size)
+        stored = c_u32(0)
+        with self._lock:
+            self._invoke("DEV_SetList", self.device_number, 0, ident, 0,
+                         curve.ctypes.data_as(ctypes.POINTER(c_u32)), MAX_LIST_ENTRIES, byref(stored))
+
+
+def _load_driver(path):
+    try:
+        dll = ctypes.CDLL(str(path))
+    except OSError as e:
+        raise DriverError("cannot load the link driver %s: %s" % (path, e)) from None
+    try:
+        entry = dll.quorin_interface
+    except AttributeError:
+        raise DriverError("%s does not export quorin_interface()" % path) from None
+    entry.restype = ctypes.POINTER(InterfaceTable)
+    entry.argtypes = []
+    table = entry()
+    if not table:
+        raise DriverError("quorin_interface() of %s returned no table" % path)
+    return dll, table
+
+
+def open(virtual=None, *, driver=None, host_arg=None, link_type=None, firmware=None, camera_number=None,
+         record_frames=None, sensor_kind=None, defects=None, library=None):
+    """Opens a camera and returns a :class:`Camera` (a context manager).
+
+    Either a virtual camera: a :class:`~quorin.VirtualCamera` created
+    beforehand (to inject faults into the open, say; the camera takes it
+    over and destroys it at close), or ``virtual="k5"`` or ``"k5c"`` with the
+    options of its configuration: ``link_type`` (2, 3, 4 or any other code; 7 by
+    default, a plain send/receive link), ``firmware``, ``camera_number``,
+    ``record_frames``, ``sensor_kind``, ``defects`` ((column, row) pixels
+    flagged on its calibration image) and ``host_arg`` (0 chooses one);
+
+    or a host link driver, ``driver="/path/lib.so"``: a shared library
+    exporting ``const InterfaceTable *quorin_interface(void)``, opened with
+    ``host_arg`` (0 by default).
+
+    ``library`` is a :class:`Library`, or a folder or file to load QUORIN
+    from (see :func:`quorin.library`).
+    """
+    lib = library if isinstance(library, Library) else _default_library(library)
+    if (virtual is None) == (driver is None):
+        raise ValueError("give either virtual='k5' / 'k5c' or driver='/path/to/driver.so'")
+    vcam_options = dict(firmwareVersion=firmware, cameraNumber=camera_number, recordFrames=record_frames,
+                        sensorKind=sensor_kind)
+    if driver is not None and (link_type is not None or defects or any(v is not None for v in vcam_options.values())):
+        raise TypeError("link_type, firmware, camera_number, record_frames, sensor_kind and defects "
+                        "configure virtual cameras only")
+    lib.ensure_initialised()
+    virtual_camera = dll = None
+    if isinstance(virtual, VirtualCamera):
+        if link_type is not None or defects or host_arg is not None or \
+                any(v is not None for v in vcam_options.values()):
+            raise TypeError("a VirtualCamera given to open() is already configured")
+        virtual_camera = virtual
+        table, arg = virtual_camera.interface, virtual_camera.host_arg
+    elif virtual is not None:
+        virtual_camera = VirtualCamera(virtual, DEFAULT_LINK_TYPE if link_type is None else link_type,
+                                       defects=defects, library=lib, hostArg=host_arg, **vcam_options)
+        table, arg = virtual_camera.interface, virtual_camera.host_arg
+    else:
+        dll, table = _load_driver(driver)
+        arg = 0 if host_arg is None else int(host_arg)
+
+    device_no, err = c_u32(0xFFFFFFFF), c_i32(0)
+    with lib.lock:
+        ok = lib.dll.DEV_OpenDevice(table.contents.type, ctypes.cast(table, ctypes.c_void_p), arg,
+                                    byref(device_no), byref(err))
+        if ok and err.value != 1:
+            # The slot is taken but the camera's start-up failed: give it back.
+            lib.dll.DEV_CloseDevice(device_no.value, byref(c_i32(0)))
+    if not ok or err.value != 1:
+        if virtual_camera is not None:
+            virtual_camera.destroy()
+        raise QuorinError(err.value, "DEV_OpenDevice", None if not ok else "the camera's start-up failed")
+    try:
+        return Camera(lib, device_no.value, virtual=virtual_camera, driver=dll)
+    except BaseException:
+        with lib.lock:
+            lib.dll.DEV_CloseDevice(device_no.value, byref(c_i32(0)))
+        if virtual_camera is not None:
+            virtual_camera.destroy()
+        raise
