@@ -84,9 +84,25 @@ class Camera:
         self.name = name.value.decode("ascii", "replace")
         self.is_colour = bool(self.get("colour-model"))
         self.model = "K5C" if self.is_colour else "K5"
+        self._read_kept_settings()
         # From here on the camera is closed when it is collected or at exit,
         # should the host never close it.
         self._finalizer = weakref.finalize(self, _release, self._dll, library.lock, device_no, virtual)
+
+    # The library keeps several settings as the host last read them: the
+    # exposure switch (which the shutter and exposure reads depend on), the
+    # trigger fields, the look-up mode and the channel. Reading them once
+    # makes them current, as the quorin tool does after opening; ids a
+    # camera does not support simply fail here.
+    _KEPT_SETTINGS = ("camera-mode", "frame-rate", "resolution", "exposure-enable", "shutter", "frame-count",
+                      "trigger-mode", "lut-mode", "channel-count", "channel-number")
+
+    def _read_kept_settings(self):
+        for name in self._KEPT_SETTINGS:
+            try:
+                self.get(name)
+            except QuorinError:
+                pass
 
     def __repr__(self):
         state = "closed" if self._closed else "device %d" % self.device_number
@@ -310,6 +326,11 @@ class Camera:
         bits = _depth(bits)
         if isinstance(frames, int):
             frames = [frames]
+        frames = [int(n) for n in frames]
+        recorded = self.get("frame-count")
+        outside = [n for n in frames if not 1 <= n <= recorded]
+        if outside:
+            raise ValueError("frame %d is outside the recording (frames 1..%d)" % (outside[0], recorded))
         dtype = np.uint16 if bits == 16 else np.uint8
         with self._lock, self.playback():
             layout = self._layout()

@@ -254,11 +254,14 @@ def _to_sign_magnitude(number, bits):
     return (sign | -number) if number < 0 else number
 
 
+SENSOR_SIDE = 1024
+
+
 def pack_size(width, height):
-    """width << 16 | height, each side 0..0xFFFF."""
+    """width << 16 | height; a picture lies on the 1024 x 1024 sensor."""
     width, height = int(width), int(height)
-    if not (0 <= width <= 0xFFFF and 0 <= height <= 0xFFFF):
-        raise ValueError("size %dx%d out of range" % (width, height))
+    if not (1 <= width <= SENSOR_SIDE and 1 <= height <= SENSOR_SIDE):
+        raise ValueError("size %dx%d is not on the %dx%d sensor" % (width, height, SENSOR_SIDE, SENSOR_SIDE))
     return width << 16 | height
 
 
@@ -305,7 +308,9 @@ def encode(kind, value):
     own meaning (sizes, image output).
     """
     if kind == "size":
-        if isinstance(value, (tuple, list)) and len(value) == 2:
+        if isinstance(value, (tuple, list)):
+            if len(value) != 2:
+                raise ValueError("expected a size (width, height), not %r" % (value,))
             return pack_size(*value), 0
         return _word(value), 0
     if kind == "output":

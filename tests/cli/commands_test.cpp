@@ -40,7 +40,8 @@ TEST(Commands, LinkDriverErrorsAreNamed)
     Workspace ws;
     const ToolResult r = ws.run({"--camera", std::string("driver:") + QUORIN_TEST_DRIVER_PATH, "--host-arg", "5", "info"});
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "quorin: could not open the camera: error 28674 (virtual link: no camera at this host argument)\n");
+    EXPECT_EQ(r.err, "quorin: could not open the camera: error 28674 (virtual link: no camera at this host "
+                     "argument or link handle)\n");
 }
 
 TEST(Commands, NamesAndNumbersReadAndSetTheSameSettings)

@@ -41,6 +41,9 @@ TEST(Refusals, BadArgumentsOfEverySubCommandTouchNoCamera)
         f = std::fopen(ws.file("far-defects.txt").c_str(), "w");
         std::fputs("1 2\n1024 5\n", f);
         std::fclose(f);
+        f = std::fopen(ws.file("no-defects.txt").c_str(), "w");
+        std::fputs("# nothing yet\n\n", f);
+        std::fclose(f);
     }
     const std::vector<std::pair<std::vector<std::string>, const char *>> cases = {
         {{"get", "frame_rate"}, "unknown capability 'frame_rate'"},
@@ -68,6 +71,9 @@ TEST(Refusals, BadArgumentsOfEverySubCommandTouchNoCamera)
         {{"defects", "bad-defects.txt"}, "bad-defects.txt:2"},
         {{"defects", "far-defects.txt"}, "outside the 1024x1024 sensor"},
         {{"defects", "bad-defects.txt", "--clear"}, "not both"},
+        {{"defects", "no-defects.txt"}, "use --clear"},
+        {{"defects", "."}, "cannot read the defect file '.'"},
+        {{"grab", "-o", "/proc/live_%d.png"}, "not writable"},
         {{"lut", "gamma-0.7", "--gamma", "0.5"}, "go with mode user"},
         {{"lut", "user", "--gamma", "0"}, "--gamma must be above 0"},
         {{"lut", "user", "--gain", "1,2"}, "one value or three"},

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <regex>
 #include <set>
 
 using namespace quorin::cli;
@@ -105,6 +107,38 @@ TEST(ValuesNames, EveryNameAndItsNumberResolveToTheSameEntry)
         EXPECT_STREQ(resolveList(std::to_string(l.id)).name, l.name);
         EXPECT_EQ(resolveList(l.name).id, l.id);
     }
+}
+
+// The reference page names every capability and list; the tool must take
+// each of those names for its id (the Python binding checks the same page).
+TEST(ValuesNames, EveryNameOfTheReferencePageResolvesToItsId)
+{
+    std::ifstream page(QUORIN_REFERENCE_PAGE);
+    ASSERT_TRUE(page) << QUORIN_REFERENCE_PAGE;
+    const std::regex row(R"(^\| (\d+) \| `([a-z0-9-]+)` \| `QUORIN_(CAP|LIST)_)");
+    std::string line;
+    int rows = 0;
+    while (std::getline(page, line)) {
+        std::smatch m;
+        if (!std::regex_search(line, m, row))
+            continue;
+        ++rows;
+        const auto id = static_cast<std::uint32_t>(std::stoul(m[1].str()));
+        const std::string name = m[2].str();
+        if (m[3].str() == "LIST") {
+            EXPECT_NO_THROW(EXPECT_EQ(resolveList(name).id, id) << name) << name;
+        } else {
+            bool found = false;
+            for (Access direction : {kGet, kSet})
+                try {
+                    EXPECT_EQ(resolveCapability(name, direction).id, id) << name;
+                    found = true;
+                } catch (const UsageError &) {
+                }
+            EXPECT_TRUE(found) << name;
+        }
+    }
+    EXPECT_GT(rows, 100);
 }
 
 TEST(ValuesNames, TheMainCapabilitiesKeepTheirIds)

@@ -2,9 +2,10 @@
 # Installs the build into a fresh prefix and builds a small host against it
 # twice, with find_package(Quorin) and with pkg-config, then runs both. Also
 # checks the SONAME, the tool and the Python binding of the installed tree.
-# Arguments: build folder, source folder, C compiler.
+# Arguments: build folder, source folder, C compiler, 1 when the build has
+# the tool.
 set -euo pipefail
-build=$1 src=$2 cc=$3
+build=$1 src=$2 cc=$3 tool=$4
 work=$build/install-check
 rm -rf "$work"
 prefix=$work/prefix
@@ -35,8 +36,8 @@ flags=$(pkg-config --cflags --libs quorin-vcam)
 LD_LIBRARY_PATH=$moved/${libdir#"$prefix"/} "$work/consumer-pc"
 
 # The tool and the binding find the installed libraries on their own.
-if [ -x "$prefix/bin/quorin" ]; then
-  "$prefix/bin/quorin" --help >/dev/null
+if [ "$tool" = 1 ]; then
+  "$prefix/bin/quorin" --camera virtual:k5 get resolution
 fi
 if [ -f "$src/python/quorin/__init__.py" ]; then
   env -u QUORIN_LIBRARY_DIR PYTHONPATH="$prefix/lib/python3/dist-packages" /usr/bin/python3 -c '

@@ -115,6 +115,19 @@ def test_every_header_capability_list_and_data_id_has_its_kebab_name():
     assert len(names.LIST_BY_ID) == len(names.LISTS)
 
 
+def test_error_words_are_the_same_in_the_tool_and_the_reference_page():
+    tool = (SOURCE_DIR / "tools" / "cli" / "error_words.cpp").read_text()
+    constants = {"QUORIN_" + k: v for k, v in header_constants(HEADER, "QUORIN_").items()}
+    constants.update({"VCAM_" + k: v for k, v in header_constants(VCAM_HEADER, "VCAM_").items()})
+    words = {constants[m.group(1)]: m.group(2)
+             for m in re.finditer(r'\{((?:QUORIN|VCAM)_[A-Z_]+), "([^"]*)"\}', tool)}
+    assert words == {code: entry[1] for code, entry in ERROR_TABLE.items()}
+    page = (SOURCE_DIR / "docs" / "reference.md").read_text()
+    rows = {int(m.group(1)): m.group(2)
+            for m in re.finditer(r"^\| (\d+) \| `QUORIN_(?:SUCCESS|ERR_\w+)` \| ([^|]+?) \|", page, re.M)}
+    assert rows == {code: entry[1] for code, entry in ERROR_TABLE.items() if code < 0x7000}
+
+
 def test_error_table_names_every_code_of_both_headers():
     codes = dict(header_constants(HEADER, "QUORIN_"))
     expected = {v: k for k, v in codes.items() if k == "SUCCESS" or k.startswith("ERR_")}

@@ -31,6 +31,8 @@ class TestLifecycle:
             assert cam.get("colour-model") is True
             assert cam.list("defects") == [(10, 3), (400, 3)]
             assert cam.get("defect-correct") is True
+            # The settings the library keeps as last read are current after open.
+            assert cam.get("shutter") == cam.get("frame-rate") and cam.get("exposure-us") > 0
 
     def test_the_slot_is_given_back(self, lib):
         # when the body of the with block raises ...
@@ -124,6 +126,10 @@ class TestCapabilities:
             k5.set("firmware", 1)
         with pytest.raises(ValueError, match="only be set"):
             k5.get("preset-store")
+        for size in ((2048, 16), (0, 16), (512,), "512x"):
+            with pytest.raises(ValueError):
+                k5.set("resolution", size)
+        assert k5.get("resolution") == (1024, 1024)
         # The library's own refusals carry its codes.
         cases = [
             (lambda: k5.get("colour-temperature"), 21),  # colour model only

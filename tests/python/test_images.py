@@ -109,6 +109,15 @@ class TestRecording:
         assert np.array_equal(again[0], reduce8(frames[0]))
         assert np.array_equal(again[1], reduce8(frames[1]))
 
+    def test_frames_outside_the_recording_are_refused_before_playback(self, k5):
+        recorded = k5.get("frame-count")
+        for frames in ([0], [1, recorded + 1]):
+            k5.virtual.clear_trace()
+            with pytest.raises(ValueError, match="outside the recording"):
+                k5.download(frames=frames)
+            assert all(code not in (178, 114) for code, _, _ in k5.virtual.commands())
+            assert_live(k5)
+
     def test_recorded_colour_bars_are_red_green_blue(self, k5c):
         frame = k5c.download(frames=1)[0]
         red, blue = frame[128, BAR_CENTRES[5]], frame[128, BAR_CENTRES[6]]

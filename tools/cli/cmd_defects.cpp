@@ -6,6 +6,7 @@
 #include "values.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -25,8 +26,9 @@ struct DefectOptions {
 // skipped. Every position must lie on the 1024 x 1024 sensor.
 std::vector<std::uint32_t> readDefectFile(const std::string &path)
 {
+    std::error_code ec;
     std::ifstream in(path);
-    if (!in)
+    if (!in || !std::filesystem::is_regular_file(path, ec))
         throw UsageError("cannot read the defect file '" + path + "'");
     std::vector<std::uint32_t> entries;
     std::string line;
@@ -48,6 +50,9 @@ std::vector<std::uint32_t> readDefectFile(const std::string &path)
                              ") lies outside the 1024x1024 sensor");
         entries.push_back(*x << 16 | *y);
     }
+    // An empty list would clear the camera's: that takes --clear.
+    if (entries.empty())
+        throw UsageError(path + ": no defect pixels in the file (use --clear to remove them all)");
     if (entries.size() > QUORIN_MAX_LIST_ENTRIES)
         throw UsageError(path + ": " + std::to_string(entries.size()) + " defect pixels; the camera takes at most " +
                          std::to_string(QUORIN_MAX_LIST_ENTRIES));

@@ -144,6 +144,15 @@ constexpr ListName kLists[] = {
     {"output-lut-g", QUORIN_LIST_OUTPUT_LUT_G, 0, Format::Plain, "output table G"},
     {"output-lut-b", QUORIN_LIST_OUTPUT_LUT_B, 0, Format::Plain, "output table B"},
     {"pixel-gain-values", QUORIN_LIST_PIXEL_GAIN_VALUES, 0, Format::PixelGain, "pixel-gain settings"},
+    // The camera family's other lists, named after what they carry.
+    {"pair-128-codes", QUORIN_LIST_PAIR_128_CODES, 1, Format::Plain, "codes of pair-128 --sub 1 or 2"},
+    {"modes-143", QUORIN_LIST_MODES_143, 0, Format::Plain, "modes of mode-143 allowed now"},
+    {"values-112", QUORIN_LIST_VALUES_112, 0, Format::Plain, "values of sensor-kind"},
+    {"modes-133", QUORIN_LIST_MODES_133, 0, Format::Plain, "modes of mode-133"},
+    {"actions-145", QUORIN_LIST_ACTIONS_145, 0, Format::Plain, "actions of action-145"},
+    {"single-value", QUORIN_LIST_SINGLE_VALUE, 0, Format::Plain, "1"},
+    {"stored-entries", QUORIN_LIST_STORED_ENTRIES, 0, Format::Hex, "the ten values kept by camera-entries"},
+    {"two-values", QUORIN_LIST_TWO_VALUES, 0, Format::Plain, "0, 2"},
 };
 
 // The header's constant names in kebab case, where the tables use a

@@ -4,6 +4,7 @@
 #include "cli_error.h"
 
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <unistd.h>
 
@@ -30,8 +31,14 @@ void checkFolder(const std::string &folder, const std::string &forWhat)
     }
     if (!fs::is_directory(folder, ec))
         throw UsageError("'" + folder + "' (for " + forWhat + ") is not a folder");
-    if (access(folder.c_str(), W_OK | X_OK) != 0)
+    // Permission bits say little for root or on special file systems:
+    // create (and remove) a file, as the output will be.
+    std::string probe = (fs::path(folder) / ".quorin-probe.XXXXXX").string();
+    const int fd = mkstemp(probe.data());
+    if (fd < 0)
         throw UsageError("the folder '" + folder + "' for " + forWhat + " is not writable");
+    close(fd);
+    unlink(probe.c_str());
 }
 
 std::string folderOf(const std::string &path)
