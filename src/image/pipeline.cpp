@@ -1,13 +1,19 @@
 // The shipped pixel pipeline. It produces exactly what the reference
 // stages produce, but organised for speed:
-//  - unpacking, dark subtraction and pixel gain run as one pass per row;
-//  - defect correction looks neighbours up in a sorted copy of the list
-//    (a corrected pixel never feeds another one: listed neighbours are
-//    excluded, so the order of the list does not matter);
-//  - colour balance and the copy for green smoothing are one pass;
-//  - the last interpolation pass, the colour matrix, the look-up and the
-//    8-bit reduction are one pass per row when nothing needs the 16-bit
-//    result;
+//  - unpacking (byte shuffles with AVX2), dark subtraction, pixel gain and,
+//    for monochrome 8-bit output, the look-up run as one pass per row;
+//  - defect correction looks neighbours up in a hash set of the list and
+//    corrects the pixels in parallel (a corrected pixel never feeds another
+//    one: listed neighbours are excluded, so the order of the list does not
+//    matter);
+//  - colour balance, the copy for green smoothing and the check that every
+//    value is below 1024 are one pass;
+//  - when only the 8-bit result is wanted, the colours are planes: the
+//    interpolation passes and the output (colour matrix, look-up, 8-bit
+//    reduction, interleaving) run row after row over each thread's band of
+//    rows, and with values below 1024 the passes compute in 16-bit lanes;
+//  - the 1024-entry 8-bit look-up runs as in-register table look-ups where
+//    the processor has AVX-512 VBMI (see vector_rows.h);
 //  - every per-row pass is an OpenMP loop with a static schedule, and the
 //    inner loops are written so that the compiler vectorises them for the
 //    instruction set picked at run time (see simd.h).
@@ -15,6 +21,11 @@
 
 #include "image/reference/stages.h"
 #include "image/simd.h"
+#include "image/vector_rows.h"
+
+#ifdef _OPENMP
+#include <omp.h>
+#endif
 
 #include <algorithm>
 #include <cstdlib>
@@ -51,15 +62,107 @@ QUORIN_ALWAYS_INLINE inline int32_t clampValue(int32_t v)
     return std::min(std::max(v, 0), static_cast<int32_t>(kMaxValue));
 }
 
+// ---- 16-bit lanes ------------------------------------------------------------
+//
+// The inner loops of the planar passes, written once with the compiler's
+// vector types: 16-bit lanes filling one register of the level (8 with
+// SSE2, 16 with AVX2, 32 with AVX-512). They give the same results as the
+// 32-bit loops whenever the inputs are below 1024 (every intermediate then
+// stays within +-12288). The helpers are macros: the compiler lowers a
+// function's vector operations for that function's own instruction set
+// before inlining, so they must be expanded inside each kernel.
+
+namespace lanes {
+// One register of each level: SSE2 (also the scalar level, which never
+// runs these kernels), AVX2, AVX-512.
+typedef std::int16_t V8 __attribute__((vector_size(16)));
+typedef std::int16_t V16 __attribute__((vector_size(32)));
+typedef std::int16_t V32 __attribute__((vector_size(64)));
+// 0 1 0 1 ... and 0 1 2 3 ..., loaded as far as a register reaches.
+constexpr std::int16_t kAlternate[32] = {0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1,
+                                         0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1};
+constexpr std::int16_t kColumn[32] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+                                      16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
+} // namespace lanes
+
+// Like QUORIN_KERNEL, with V the 16-bit lane vector of the level's register
+// width and kLanes its number of lanes in the body: wider vectors would be
+// split into single lanes.
+#define QUORIN_LANES_KERNEL(name, params, ...)                                                                         \
+    struct name {                                                                                                      \
+        static void scalar params                                                                                      \
+        {                                                                                                              \
+            using V = ::quorin::image::lanes::V8;                                                                      \
+            __VA_ARGS__                                                                                                \
+        }                                                                                                              \
+        static void sse2 params                                                                                        \
+        {                                                                                                              \
+            using V = ::quorin::image::lanes::V8;                                                                      \
+            __VA_ARGS__                                                                                                \
+        }                                                                                                              \
+        __attribute__((target("avx2"))) static void avx2 params                                                        \
+        {                                                                                                              \
+            using V = ::quorin::image::lanes::V16;                                                                     \
+            __VA_ARGS__                                                                                                \
+        }                                                                                                              \
+        __attribute__((target("avx512f,avx512bw,avx512vl"))) static void avx512 params                                 \
+        {                                                                                                              \
+            using V = ::quorin::image::lanes::V32;                                                                     \
+            __VA_ARGS__                                                                                                \
+        }                                                                                                              \
+        QUORIN_KERNEL_PICK                                                                                             \
+    }
+
+#define QUORIN_LANES_LOAD(p)                                                                                           \
+    ({                                                                                                                 \
+        V v_;                                                                                                          \
+        std::memcpy(&v_, (p), sizeof v_);                                                                              \
+        v_;                                                                                                            \
+    })
+#define QUORIN_LANES_STORE(p, v)                                                                                       \
+    do {                                                                                                               \
+        const V s_ = (v);                                                                                              \
+        std::memcpy((p), &s_, sizeof s_);                                                                              \
+    } while (0)
+// Lanes of a where mask is set, else of b.
+#define QUORIN_LANES_PICK(mask, a, b)                                                                                  \
+    ({                                                                                                                 \
+        const V m_ = (mask);                                                                                           \
+        ((a) & m_) | ((b) & ~m_);                                                                                      \
+    })
+#define QUORIN_LANES_MAGNITUDE(v)                                                                                      \
+    ({                                                                                                                 \
+        const V v_ = (v);                                                                                              \
+        const V s_ = v_ >> 15;                                                                                         \
+        (v_ ^ s_) - s_;                                                                                                \
+    })
+#define QUORIN_LANES_CLAMP(v)                                                                                          \
+    ({                                                                                                                 \
+        V c_ = (v);                                                                                                    \
+        c_ = c_ & ~(c_ < 0);                                                                                           \
+        const V high_ = c_ > static_cast<std::int16_t>(kMaxValue);                                                     \
+        (c_ & ~high_) | (high_ & static_cast<std::int16_t>(kMaxValue));                                                \
+    })
+// All ones in the lanes of columns x, x + 1, ... with ((x ^ odd) & 1) set.
+#define QUORIN_LANES_ODD(x, odd)                                                                                       \
+    ({                                                                                                                 \
+        const V alternate_ = QUORIN_LANES_LOAD(reinterpret_cast<const uint16_t *>(lanes::kAlternate));                 \
+        -(alternate_ ^ static_cast<std::int16_t>(((x) ^ (odd)) & 1u));                                                 \
+    })
+
 // ---- Sensor pass ----------------------------------------------------------
 
-// Table of the 8-bit output of each look-up index.
+// Table of the 8-bit output of each look-up index, also widened to 32-bit
+// entries for the AVX2 gathers.
 struct Reduced {
     std::uint8_t v[1024];
+    uint32_t wide[1024];
     Reduced(const uint16_t *table, uint32_t shift)
     {
-        for (uint32_t i = 0; i < 1024; ++i)
+        for (uint32_t i = 0; i < 1024; ++i) {
             v[i] = reduce8(table[i], shift);
+            wide[i] = v[i];
+        }
     }
 };
 
@@ -73,6 +176,9 @@ struct SensorJob {
     // When set, each finished row also goes through this table into dest8.
     const Reduced *output = nullptr;
     std::uint8_t *dest8 = nullptr;
+    bool shuffleUnpack = false; // the AVX2 unpacking kernel runs
+    bool tableOutput = false;   // the VBMI look-up kernel runs
+    bool gatherOutput = false;  // else the AVX2 one
 };
 
 // Row y of the area: unpack (when whole groups lie in the row), subtract
@@ -88,7 +194,13 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
         // (a frame is at most 1.25 MiB of the 2 MiB buffer, so the three
         // bytes beyond the last group are always inside it).
         const std::uint8_t *in = f.raw + size_t{y} * a.w / 4 * 5;
-        for (uint32_t g = 0; g < a.w / 4; ++g) {
+        uint32_t g = 0;
+        if (job.shuffleUnpack) {
+            const size_t frameBytes = a.pixels() / 4 * 5;
+            g = static_cast<uint32_t>(
+                vec::unpackGroupsAvx2(in, a.w / 4, frameBytes - size_t{y} * a.w / 4 * 5, row));
+        }
+        for (; g < a.w / 4; ++g) {
             std::uint64_t v;
             std::memcpy(&v, in + 5 * g, sizeof v);
             row[4 * g] = static_cast<uint16_t>(v & 0x3FF);
@@ -129,8 +241,14 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
     }
     if (job.dest8 != nullptr) {
         std::uint8_t *out = job.dest8 + size_t{y} * a.w;
-        for (uint32_t x = 0; x < a.w; ++x)
-            out[x] = job.output->v[lutIndex(row[x])];
+        const std::uint8_t *table = job.output->v;
+        if (job.tableOutput)
+            vec::lookUp8Vbmi(row, a.w, table, out);
+        else if (job.gatherOutput)
+            vec::lookUp8Avx2(row, a.w, job.output->wide, out);
+        else
+            for (uint32_t x = 0; x < a.w; ++x)
+                out[x] = table[lutIndex(row[x])];
     }
 }
 
@@ -176,6 +294,9 @@ void sensorPass(const Frame &f, const Reduced *output = nullptr, std::uint8_t *d
     const bool split = f.columnCorrect;
     job.output = output;
     job.dest8 = dest8;
+    job.shuffleUnpack = vec::avx2Active();
+    job.tableOutput = vec::vbmiActive();
+    job.gatherOutput = vec::avx2Active();
     SensorJob first = job;
     if (split) {
         first.gain = false;
@@ -197,36 +318,75 @@ void sensorPass(const Frame &f, const Reduced *output = nullptr, std::uint8_t *d
 
 // ---- Defects ----------------------------------------------------------------
 
+// The defect list as an open-addressing hash set, and its distinct entries
+// (a repeated entry would only redo its pixel with the same neighbours).
 class DefectSet {
 public:
-    DefectSet(const uint32_t *list, uint32_t count) : count_(count)
+    DefectSet(const uint32_t *list, uint32_t count)
     {
-        std::copy(list, list + count, sorted_);
-        std::sort(sorted_, sorted_ + count);
+        std::fill(slots_, slots_ + kSlots, kEmpty);
+        for (uint32_t k = 0; k < count; ++k) {
+            const uint32_t entry = list[k];
+            if (entry == kEmpty) {
+                if (!holdsEmptyValue_)
+                    distinct_[distinctCount_++] = entry;
+                holdsEmptyValue_ = true;
+                continue;
+            }
+            uint32_t s = slotOf(entry);
+            while (slots_[s] != kEmpty && slots_[s] != entry)
+                s = (s + 1) & (kSlots - 1);
+            if (slots_[s] == kEmpty) {
+                slots_[s] = entry;
+                distinct_[distinctCount_++] = entry;
+            }
+        }
     }
-    bool holds(uint32_t entry) const { return std::binary_search(sorted_, sorted_ + count_, entry); }
+    bool holds(uint32_t entry) const
+    {
+        if (entry == kEmpty)
+            return holdsEmptyValue_;
+        for (uint32_t s = slotOf(entry);; s = (s + 1) & (kSlots - 1)) {
+            if (slots_[s] == entry)
+                return true;
+            if (slots_[s] == kEmpty)
+                return false;
+        }
+    }
+    const uint32_t *distinct() const { return distinct_; }
+    uint32_t distinctCount() const { return distinctCount_; }
 
 private:
-    uint32_t sorted_[1024];
-    uint32_t count_;
+    static constexpr uint32_t kSlotBits = 11;
+    static constexpr uint32_t kSlots = 1u << kSlotBits; // two per entry: short probes
+    static constexpr uint32_t kEmpty = 0xFFFFFFFFu;
+    static uint32_t slotOf(uint32_t entry) { return (entry * 0x9E3779B1u) >> (32 - kSlotBits); }
+    uint32_t slots_[kSlots];
+    uint32_t distinct_[1024];
+    uint32_t distinctCount_ = 0;
+    bool holdsEmptyValue_ = false;
 };
 
 // Defect correction; when output is given, each corrected pixel's output
-// value in dest8 is written again.
+// value in dest8 is written again. A corrected pixel never feeds another
+// one (listed neighbours are excluded), so the pixels are independent.
 void correctDefects(const Frame &f, const Reduced *output = nullptr, std::uint8_t *dest8 = nullptr)
 {
     if (!f.defectCorrect || f.defectCount == 0)
         return;
     const Area &a = f.area;
-    const DefectSet set(f.defects, f.defectCount);
+    const DefectSet set(f.defects, std::min<uint32_t>(f.defectCount, 1024));
     struct Offset {
         int dx, dy;
     };
     static constexpr Offset kFour[4] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
     static constexpr Offset kDiagonal[4] = {{-1, -1}, {-1, 1}, {1, -1}, {1, 1}};
     static constexpr Offset kTwoAway[4] = {{-2, 0}, {2, 0}, {0, -2}, {0, 2}};
-    for (uint32_t k = 0; k < f.defectCount; ++k) {
-        const uint32_t entry = f.defects[k];
+    const int count = static_cast<int>(set.distinctCount());
+    const uint32_t *entries = set.distinct();
+#pragma omp parallel for schedule(static) if (count >= 256)
+    for (int k = 0; k < count; ++k) {
+        const uint32_t entry = entries[k];
         const uint32_t x = (entry >> 16) - a.x0, y = (entry & 0xFFFF) - a.y0;
         if (x >= a.w || y >= a.h)
             continue;
@@ -310,44 +470,77 @@ int32_t clamp10(int32_t v)
     return v < 0 ? 0 : v > kMaxValue ? kMaxValue : v;
 }
 
+QUORIN_KERNEL(OrRange, (const uint16_t *in, size_t n, uint32_t *out), {
+    uint32_t bits = 0;
+    for (size_t i = 0; i < n; ++i)
+        bits |= in[i];
+    *out = bits;
+});
+
+// Colour balance of row y (and its copy for the smoothing); returns the OR
+// of the row's values.
+QUORIN_ALWAYS_INLINE inline uint32_t balanceRow(const Frame &f, uint32_t y, bool vector, bool copyForSmoothing)
+{
+    const Area &a = f.area;
+    const uint32_t *g = f.balanceGains;
+    uint16_t *row = f.work + size_t{y} * a.w;
+    const uint32_t gainEven = (y & 1) ? g[1] : g[0], gainOdd = (y & 1) ? g[2] : g[1];
+    if (vector) {
+        if (y < (a.h >> 1) * 2) {
+            const uint32_t ge = static_cast<uint16_t>(gainEven), go = static_cast<uint16_t>(gainOdd);
+            for (uint32_t x = 0; x < a.w; ++x) {
+                const auto p = static_cast<std::int16_t>(
+                    static_cast<uint16_t>((uint32_t{row[x]} * ((x & 1) ? go : ge)) >> 4));
+                row[x] = static_cast<uint16_t>(p > kMaxValue ? kMaxValue : p);
+            }
+        }
+    } else {
+        const uint32_t pairs = a.w >> 1;
+        for (uint32_t x = 0; x < 2 * pairs; ++x) {
+            const auto p = static_cast<uint16_t>((uint32_t{row[x]} * ((x & 1) ? gainOdd : gainEven)) >> 4);
+            row[x] = p > kMaxValue ? kMaxValue : p;
+        }
+    }
+    if (copyForSmoothing)
+        std::memcpy(f.previous + size_t{y} * a.w, row, size_t{a.w} * 2);
+    uint32_t bits = 0;
+    for (uint32_t x = 0; x < a.w; ++x)
+        bits |= row[x];
+    return bits;
+}
+
+QUORIN_KERNEL(BalanceRow, (const Frame &f, uint32_t y, bool vector, bool copyForSmoothing, uint32_t *bits),
+              *bits = balanceRow(f, y, vector, copyForSmoothing););
+
 // Colour balance, and for colour mode 2 the copy the smoothing reads.
-void balance(const Frame &f, bool copyForSmoothing)
+// Returns whether every balanced value is below 1024.
+bool balance(const Frame &f, bool copyForSmoothing)
 {
     const Area &a = f.area;
     const Kernel kernel = kernelFor(f.kernelVariant);
     const int h = static_cast<int>(a.h);
+    const auto orRange = OrRange::pick();
+    uint32_t bits = 0;
     if (kernel == Kernel::Skip) {
         if (copyForSmoothing)
             std::memcpy(f.previous, f.work, a.pixels() * 2);
-        return;
-    }
-    const uint32_t *g = f.balanceGains;
-    const bool vector = kernel == Kernel::Vector;
-    const uint32_t vectorRows = (a.h >> 1) * 2;
-    const uint32_t pairs = a.w >> 1;
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        const uint32_t y = static_cast<uint32_t>(yi);
-        uint16_t *row = f.work + size_t{y} * a.w;
-        const uint32_t gainEven = (y & 1) ? g[1] : g[0], gainOdd = (y & 1) ? g[2] : g[1];
-        if (vector) {
-            if (y < vectorRows) {
-                const uint32_t ge = static_cast<uint16_t>(gainEven), go = static_cast<uint16_t>(gainOdd);
-                for (uint32_t x = 0; x < a.w; ++x) {
-                    const auto p = static_cast<std::int16_t>(
-                        static_cast<uint16_t>((uint32_t{row[x]} * ((x & 1) ? go : ge)) >> 4));
-                    row[x] = static_cast<uint16_t>(p > kMaxValue ? kMaxValue : p);
-                }
-            }
-        } else {
-            for (uint32_t x = 0; x < 2 * pairs; ++x) {
-                const auto p = static_cast<uint16_t>((uint32_t{row[x]} * ((x & 1) ? gainOdd : gainEven)) >> 4);
-                row[x] = p > kMaxValue ? kMaxValue : p;
-            }
+#pragma omp parallel for schedule(static) reduction(| : bits)
+        for (int yi = 0; yi < h; ++yi) {
+            uint32_t rowBits;
+            orRange(f.work + size_t(yi) * a.w, a.w, &rowBits);
+            bits |= rowBits;
         }
-        if (copyForSmoothing)
-            std::memcpy(f.previous + size_t{y} * a.w, row, size_t{a.w} * 2);
+        return bits <= kMaxValue;
     }
+    const auto kernelRow = BalanceRow::pick();
+    const bool vector = kernel == Kernel::Vector;
+#pragma omp parallel for schedule(static) reduction(| : bits)
+    for (int yi = 0; yi < h; ++yi) {
+        uint32_t rowBits;
+        kernelRow(f, static_cast<uint32_t>(yi), vector, copyForSmoothing, &rowBits);
+        bits |= rowBits;
+    }
+    return bits <= kMaxValue;
 }
 
 // Adaptive smoothing of the green sites of one row, from the copy c0 into
@@ -356,9 +549,9 @@ void balance(const Frame &f, bool copyForSmoothing)
 // sums stay below 2^20, so a quotient is never within half a unit in the
 // last place of an integer it does not reach.
 QUORIN_ALWAYS_INLINE inline void smoothRow(const uint16_t *__restrict c0, uint16_t *__restrict work, size_t row,
-                                           size_t w, uint32_t odd, uint32_t last)
+                                           size_t w, uint32_t odd, uint32_t last, uint32_t from = 1)
 {
-    for (uint32_t x = 1; x + 1 < w; ++x) {
+    for (uint32_t x = from; x + 1 < w; ++x) {
         const size_t i = row + x;
         const int32_t c = c0[i];
         const int32_t n[4] = {c0[i - w - 1], c0[i - w + 1], c0[i + w - 1], c0[i + w + 1]};
@@ -379,13 +572,62 @@ QUORIN_KERNEL(SmoothRow,
               (const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last),
               smoothRow(c0, work, row, w, odd, last););
 
-void greenSmoothing(const Frame &f)
+// The same in 16-bit lanes when the copy holds values below 1024 (sums stay
+// below 12288), the division in single precision as above; the last columns
+// one by one.
+QUORIN_LANES_KERNEL(SmoothRowNarrow,
+              (const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last), {
+                  constexpr uint32_t kLanes = sizeof(V) / 2;
+                  // The division takes half a register of sums at a time.
+                  typedef std::int16_t Half __attribute__((vector_size(sizeof(V) / 2)));
+                  typedef float Quotients __attribute__((vector_size(sizeof(V))));
+                  typedef std::int32_t Wide __attribute__((vector_size(sizeof(V))));
+                  const V column = QUORIN_LANES_LOAD(reinterpret_cast<const uint16_t *>(lanes::kColumn));
+                  const uint32_t end = static_cast<uint32_t>(w) - 1;
+                  uint32_t x = 1;
+                  for (; end >= 1 + kLanes; x += kLanes) {
+                      // The last block ends at the last column, over columns
+                      // done already: it writes the same values again.
+                      x = std::min(x, end - kLanes);
+                      const size_t i = row + x;
+                      const V green = QUORIN_LANES_ODD(x, odd);
+                      const V c = QUORIN_LANES_LOAD(c0 + i);
+                      const V n[4] = {QUORIN_LANES_LOAD(c0 + i - w - 1), QUORIN_LANES_LOAD(c0 + i - w + 1),
+                                      QUORIN_LANES_LOAD(c0 + i + w - 1), QUORIN_LANES_LOAD(c0 + i + w + 1)};
+                      V sum = c << 2, weight = V{} + 4;
+                      for (const V v : n) {
+                          const V d = QUORIN_LANES_MAGNITUDE(c - v);
+                          const V close = d < 25, near = (d >= 25) & (d < 50);
+                          sum += ((v + v) & close) | (v & near);
+                          weight += (close & 2) | (near & 1);
+                      }
+                      Half sums[2], weights[2], quotients[2];
+                      std::memcpy(sums, &sum, sizeof sums);
+                      std::memcpy(weights, &weight, sizeof weights);
+                      for (int k = 0; k < 2; ++k) {
+                          const Quotients q = __builtin_convertvector(sums[k], Quotients) /
+                                              __builtin_convertvector(weights[k], Quotients);
+                          quotients[k] = __builtin_convertvector(__builtin_convertvector(q, Wide), Half);
+                      }
+                      V smoothed;
+                      std::memcpy(&smoothed, quotients, sizeof smoothed);
+                      const V mask = green & (column + static_cast<std::int16_t>(x) <= static_cast<std::int16_t>(last));
+                      QUORIN_LANES_STORE(work + i, QUORIN_LANES_PICK(mask, smoothed, QUORIN_LANES_LOAD(work + i)));
+                      if (x + kLanes == end) {
+                          x = end;
+                          break;
+                      }
+                  }
+                  smoothRow(c0, work, row, w, odd, last, x); // rows too short for a block
+              });
+
+void greenSmoothing(const Frame &f, bool narrow)
 {
     const Area &a = f.area;
     const size_t w = a.w;
     if (a.h < 3 || a.w < 3)
         return;
-    const auto kernel = SmoothRow::pick();
+    const auto kernel = narrow ? SmoothRowNarrow::pick() : SmoothRow::pick();
     const int pairs = static_cast<int>((a.h - 1) / 2); // odd rows 1 .. H-2
 #pragma omp parallel for schedule(static)
     for (int p = 0; p < pairs; ++p) {
@@ -431,7 +673,11 @@ template <size_t S> struct Planes {
 template <size_t S> struct ColourJob {
     const Frame *f;
     Planes<S> p;
+    // Every mosaic value is below 1024, so the planar passes may compute in
+    // 16-bit lanes (every intermediate then stays within +-8192).
+    bool narrow = false;
 };
+
 
 // ---- Pass 2: the green plane ------------------------------------------------
 
@@ -490,10 +736,11 @@ QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *__restrict m, siz
 // stride S between a pixel's values.
 template <size_t S>
 QUORIN_ALWAYS_INLINE inline void greenInnerLoop(const uint16_t *__restrict m, uint16_t *__restrict green,
-                                                uint16_t *__restrict own, size_t row, size_t w, uint32_t odd)
+                                                uint16_t *__restrict own, size_t row, size_t w, uint32_t odd,
+                                                uint32_t from = 2)
 {
     const uint32_t end = static_cast<uint32_t>(w) - 2;
-    for (uint32_t x = 2; x < end; ++x) {
+    for (uint32_t x = from; x < end; ++x) {
         const size_t i = row + x;
         const bool isGreen = ((x ^ odd) & 1u) != 0;
         const int32_t g = innerGreen(m, i, w);
@@ -514,14 +761,48 @@ template <size_t S> QUORIN_ALWAYS_INLINE inline void greenInnerRow(const ColourJ
 
 QUORIN_KERNEL(GreenInnerPlanar, (const ColourJob<1> &job, uint32_t y), greenInnerRow<1>(job, y););
 
-template <size_t S> void greenPlane(const ColourJob<S> &job)
+// Pass 2 over an inner row in 16-bit lanes, the last columns one by one.
+QUORIN_LANES_KERNEL(GreenInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+    constexpr uint32_t kLanes = sizeof(V) / 2;
+    const Frame &f = *job.f;
+    const size_t w = f.area.w, row = size_t{y} * w;
+    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 2;
+    const uint16_t *__restrict m = f.work;
+    uint16_t *__restrict green = job.p.c[kGreen];
+    uint16_t *__restrict own = job.p.c[odd ? kBlue : kRed];
+    uint32_t x = 2;
+    for (; end >= 2 + kLanes; x += kLanes) {
+        x = std::min(x, end - kLanes); // the last block again over done columns
+        const uint16_t *p = m + row + x;
+        const V isGreen = QUORIN_LANES_ODD(x, odd);
+        const V c = QUORIN_LANES_LOAD(p), gl = QUORIN_LANES_LOAD(p - 1), gr = QUORIN_LANES_LOAD(p + 1);
+        const V gu = QUORIN_LANES_LOAD(p - w), gd = QUORIN_LANES_LOAD(p + w);
+        const V lh = c + c - QUORIN_LANES_LOAD(p - 2) - QUORIN_LANES_LOAD(p + 2);
+        const V lv = c + c - QUORIN_LANES_LOAD(p - 2 * w) - QUORIN_LANES_LOAD(p + 2 * w);
+        const V dh = QUORIN_LANES_MAGNITUDE(gl - gr) + QUORIN_LANES_MAGNITUDE(lh);
+        const V dv = QUORIN_LANES_MAGNITUDE(gu - gd) + QUORIN_LANES_MAGNITUDE(lv);
+        const V horizontal = ((gl + gr) >> 1) + (lh >> 2);
+        const V vertical = ((gu + gd) >> 1) + (lv >> 2);
+        const V both = ((gl + gr + gu + gd) >> 2) + ((lv + lh) >> 3);
+        const V strong = (dh >= 80) | (dv >= 80);
+        const V g = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK(strong & (dh < dv), horizontal,
+                                                         QUORIN_LANES_PICK(strong & (dh > dv), vertical, both)));
+        QUORIN_LANES_STORE(green + row + x, QUORIN_LANES_PICK(isGreen, c, g));
+        QUORIN_LANES_STORE(own + row + x, c);
+        if (x + kLanes == end) {
+            x = end;
+            break;
+        }
+    }
+    greenInnerLoop<1>(m, green, own, row, w, odd, x); // rows too short for a block
+});
+
+using PlanarRowKernel = void (*)(const ColourJob<1> &, uint32_t);
+
+template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
 {
     const Area &a = job.f->area;
-    const int h = static_cast<int>(a.h);
-    auto planar = GreenInnerPlanar::pick();
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        const uint32_t y = static_cast<uint32_t>(yi);
+    {
         if (innerRow(y, a) && a.w >= 5) {
             for (uint32_t x : {0u, 1u, a.w - 2, a.w - 1})
                 greenBorderPixel(job, x, y);
@@ -534,6 +815,23 @@ template <size_t S> void greenPlane(const ColourJob<S> &job)
                 greenBorderPixel(job, x, y);
         }
     }
+}
+
+template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
+{
+    if constexpr (S == 1)
+        return job.narrow ? GreenInnerNarrow::pick() : GreenInnerPlanar::pick();
+    else
+        return nullptr; // interleaved triples use the plain loops
+}
+
+template <size_t S> void greenPlane(const ColourJob<S> &job)
+{
+    const int h = static_cast<int>(job.f->area.h);
+    const PlanarRowKernel planar = greenKernel(job);
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi)
+        greenPlaneRow(job, static_cast<uint32_t>(yi), planar);
 }
 
 // ---- Pass 3: red and blue at green sites -----------------------------------
@@ -553,10 +851,10 @@ QUORIN_ALWAYS_INLINE inline int32_t fromLine(int32_t ca, int32_t cb, int32_t g, 
 template <size_t S>
 QUORIN_ALWAYS_INLINE inline void lineInnerLoop(const uint16_t *__restrict m, const uint16_t *__restrict g,
                                                uint16_t *__restrict horizontal, uint16_t *__restrict vertical,
-                                               size_t row, size_t w, uint32_t odd)
+                                               size_t row, size_t w, uint32_t odd, uint32_t from = 2)
 {
     const uint32_t end = static_cast<uint32_t>(w) - 2;
-    for (uint32_t x = 2; x < end; ++x) {
+    for (uint32_t x = from; x < end; ++x) {
         const size_t i = row + x;
         const bool green = ((x ^ odd) & 1u) != 0;
         const int32_t gc = m[i];
@@ -581,6 +879,49 @@ template <size_t S> QUORIN_ALWAYS_INLINE inline void lineInnerRow(const ColourJo
 
 QUORIN_KERNEL(LineInnerPlanar, (const ColourJob<1> &job, uint32_t y), lineInnerRow<1>(job, y););
 
+#define QUORIN_LANES_FROM_LINE(ca, cb, g, ga, gb)                                                                      \
+    ({                                                                                                                 \
+        const V lap_ = (g) + (g) - (ga) - (gb);                                                                        \
+        const V da_ = QUORIN_LANES_MAGNITUDE((g) - (ga)), db_ = QUORIN_LANES_MAGNITUDE((g) - (gb));                    \
+        const V flat_ = ((ca) + (cb) + lap_) >> 1;                                                                     \
+        const V steady_ = ((ca) + (cb) + ((g) - (ga)) + ((g) - (gb))) >> 1;                                            \
+        const V towardsB_ = (cb) + ((g) - (gb)), towardsA_ = (ca) + ((g) - (ga));                                      \
+        QUORIN_LANES_CLAMP(QUORIN_LANES_PICK(                                                                          \
+            QUORIN_LANES_MAGNITUDE(lap_) < 200, flat_,                                                                 \
+            QUORIN_LANES_PICK((da_ < 100) & (db_ < 100), steady_,                                                      \
+                              QUORIN_LANES_PICK(da_ >= db_, towardsB_, towardsA_))));                                  \
+    })
+
+// Pass 3 over an inner row in 16-bit lanes, the last columns one by one.
+QUORIN_LANES_KERNEL(LineInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+    constexpr uint32_t kLanes = sizeof(V) / 2;
+    const Frame &f = *job.f;
+    const size_t w = f.area.w, row = size_t{y} * w;
+    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 2;
+    const uint16_t *__restrict m = f.work;
+    const uint16_t *__restrict g = job.p.c[kGreen];
+    uint16_t *__restrict horizontal = job.p.c[odd ? kBlue : kRed];
+    uint16_t *__restrict vertical = job.p.c[odd ? kRed : kBlue];
+    uint32_t x = 2;
+    for (; end >= 2 + kLanes; x += kLanes) {
+        x = std::min(x, end - kLanes); // the last block again over done columns
+        const size_t i = row + x;
+        const V green = QUORIN_LANES_ODD(x, odd);
+        const V gc = QUORIN_LANES_LOAD(m + i);
+        const V hv = QUORIN_LANES_FROM_LINE(QUORIN_LANES_LOAD(m + i - 1), QUORIN_LANES_LOAD(m + i + 1), gc,
+                                            QUORIN_LANES_LOAD(g + i - 1), QUORIN_LANES_LOAD(g + i + 1));
+        const V vv = QUORIN_LANES_FROM_LINE(QUORIN_LANES_LOAD(m + i - w), QUORIN_LANES_LOAD(m + i + w), gc,
+                                            QUORIN_LANES_LOAD(g + i - w), QUORIN_LANES_LOAD(g + i + w));
+        QUORIN_LANES_STORE(horizontal + i, QUORIN_LANES_PICK(green, hv, QUORIN_LANES_LOAD(horizontal + i)));
+        QUORIN_LANES_STORE(vertical + i, QUORIN_LANES_PICK(green, vv, QUORIN_LANES_LOAD(vertical + i)));
+        if (x + kLanes == end) {
+            x = end;
+            break;
+        }
+    }
+    lineInnerLoop<1>(m, g, horizontal, vertical, row, w, odd, x); // rows too short for a block
+});
+
 template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
 {
     const Frame &f = *job.f;
@@ -594,14 +935,10 @@ template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, ui
     job.p.at((y & 1) ? kRed : kBlue, i) = static_cast<uint16_t>(line(y > 0, i - w, y + 1 < a.h, i + w));
 }
 
-template <size_t S> void redBlueAtGreen(const ColourJob<S> &job)
+template <size_t S> void redBlueAtGreenRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
 {
     const Area &a = job.f->area;
-    const int h = static_cast<int>(a.h);
-    auto planar = LineInnerPlanar::pick();
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        const uint32_t y = static_cast<uint32_t>(yi);
+    {
         const bool inner = innerRow(y, a) && a.w >= 5;
         if (inner) {
             if constexpr (S == 1)
@@ -609,10 +946,37 @@ template <size_t S> void redBlueAtGreen(const ColourJob<S> &job)
             else
                 lineInnerRow<S>(job, y);
         }
-        for (uint32_t x = (y & 1) ? 0 : 1; x < a.w; x += 2) // green sites outside the inner part
-            if (!inner || x < 2 || x + 3 > a.w)
+        // Green sites outside the inner part: the whole row, or two columns
+        // at each end.
+        const uint32_t parity = (y & 1) ? 0 : 1;
+        auto sites = [&](uint32_t from, uint32_t to) {
+            for (uint32_t x = from + ((from ^ parity) & 1); x < to; x += 2)
                 lineBorderPixel(job, x, y);
+        };
+        if (inner) {
+            sites(0, 2);
+            sites(a.w - 2, a.w);
+        } else {
+            sites(0, a.w);
+        }
     }
+}
+
+template <size_t S> PlanarRowKernel lineKernel(const ColourJob<S> &job)
+{
+    if constexpr (S == 1)
+        return job.narrow ? LineInnerNarrow::pick() : LineInnerPlanar::pick();
+    else
+        return nullptr; // interleaved triples use the plain loops
+}
+
+template <size_t S> void redBlueAtGreen(const ColourJob<S> &job)
+{
+    const int h = static_cast<int>(job.f->area.h);
+    const PlanarRowKernel planar = lineKernel(job);
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi)
+        redBlueAtGreenRow(job, static_cast<uint32_t>(yi), planar);
 }
 
 // ---- Pass 4: red at blue sites, blue at red sites ---------------------------
@@ -642,15 +1006,17 @@ QUORIN_ALWAYS_INLINE inline int32_t diagonalFallback(const int32_t c[4], const i
 }
 
 // Pass 4 over the inner columns of an inner row, in its common cases;
-// returns non-zero when some site needs the fall-backs.
+// returns non-zero when some site needs the fall-backs, and marks those
+// sites in flags (indexed by column; the planar layout only).
 template <size_t S>
 QUORIN_ALWAYS_INLINE inline int32_t diagonalInnerLoop(const uint16_t *__restrict m, const uint16_t *__restrict g,
                                                       uint16_t *__restrict missing, size_t row, size_t w,
-                                                      uint32_t odd)
+                                                      uint32_t odd, std::uint8_t *__restrict flags,
+                                                      uint32_t from = 1)
 {
     int32_t fallbacks = 0;
     const uint32_t end = static_cast<uint32_t>(w) - 1;
-    for (uint32_t x = 1; x < end; ++x) {
+    for (uint32_t x = from; x < end; ++x) {
         const size_t i = row + x;
         const bool site = ((x ^ odd) & 1u) == 0;
         const int32_t gc = g[i * S];
@@ -662,16 +1028,21 @@ QUORIN_ALWAYS_INLINE inline int32_t diagonalInnerLoop(const uint16_t *__restrict
         const int32_t first = (c0 + c1 + d1) >> 1, second = (c2 + c3 + d2) >> 1;
         const int32_t v = clampValue(choose(maskOf(a1 < 200) & maskOf(a2 < 200), all,
                                             choose(maskOf(a1 < a2) & maskOf(a1 < 200), first, second)));
-        fallbacks |= maskOf(site) & maskOf(a1 >= 200) & maskOf(a2 >= 200);
-        if constexpr (S == 1)
+        const int32_t fallback = maskOf(site) & maskOf(a1 >= 200) & maskOf(a2 >= 200);
+        fallbacks |= fallback;
+        if constexpr (S == 1) {
+            flags[x] = static_cast<std::uint8_t>(fallback);
             missing[i] = static_cast<uint16_t>(choose(maskOf(site), v, missing[i]));
+        }
         else if (site)
             missing[i * S] = static_cast<uint16_t>(v);
     }
     return fallbacks;
 }
 
-template <size_t S> QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const ColourJob<S> &job, uint32_t y)
+// The fall-backs of an inner row of pass 4, after its common cases.
+template <size_t S>
+QUORIN_ALWAYS_INLINE inline void diagonalFixRow(const ColourJob<S> &job, uint32_t y, std::uint8_t *flags)
 {
     const Frame &f = *job.f;
     const size_t w = f.area.w;
@@ -680,10 +1051,7 @@ template <size_t S> QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const Colo
     uint16_t *missing = job.p.c[(y & 1) ? kRed : kBlue];
     const size_t row = size_t{y} * w;
     const size_t odd = y & 1;
-    const int32_t fallbacks = diagonalInnerLoop<S>(m, g, missing, row, w, static_cast<uint32_t>(odd));
-    if (fallbacks == 0)
-        return;
-    for (size_t x = 2 - odd; x + 2 <= w; x += 2) {
+    auto fix = [&](size_t x) {
         const size_t i = row + x;
         const int32_t gc = g[i * S];
         const size_t pos[4] = {i - w - 1, i + w + 1, i - w + 1, i + w - 1};
@@ -696,10 +1064,101 @@ template <size_t S> QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const Colo
         if (magnitude(d1) >= 200 && magnitude(d2) >= 200)
             missing[i * S] =
                 static_cast<uint16_t>(diagonalFallback(c, gi, gc, (c[0] + c[1] + c[2] + c[3] + d1 + d2) >> 2));
+    };
+    if constexpr (S == 1) {
+        // The planar loops mark the sites (columns 1 .. w-2): only blocks
+        // of eight columns with a mark are visited again.
+        flags[0] = 0;
+        std::memset(flags + w - 1, 0, 9);
+        for (size_t b = 0; b < w; b += 8) {
+            std::uint64_t word;
+            std::memcpy(&word, flags + b, sizeof word);
+            if (word == 0)
+                continue;
+            for (size_t x = b; x < b + 8; ++x)
+                if (flags[x] != 0)
+                    fix(x);
+        }
+    } else {
+        for (size_t x = 2 - odd; x + 2 <= w; x += 2)
+            fix(x);
     }
 }
 
+template <size_t S> QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const ColourJob<S> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const size_t w = f.area.w;
+    alignas(8) std::uint8_t flags[kSensorSide + 16];
+    if (diagonalInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kRed : kBlue], size_t{y} * w, w, y & 1,
+                             flags) != 0)
+        diagonalFixRow<S>(job, y, flags);
+}
+
 QUORIN_KERNEL(DiagonalInnerPlanar, (const ColourJob<1> &job, uint32_t y), diagonalInnerRow<1>(job, y););
+
+// Pass 4 over an inner row in 16-bit lanes, fall-backs included; the last
+// columns one by one.
+QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+    constexpr uint32_t kLanes = sizeof(V) / 2;
+    const Frame &f = *job.f;
+    const size_t w = f.area.w, row = size_t{y} * w;
+    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 1;
+    const uint16_t *__restrict m = f.work;
+    const uint16_t *__restrict g = job.p.c[kGreen];
+    uint16_t *__restrict missing = job.p.c[odd ? kRed : kBlue];
+    alignas(8) std::uint8_t flags[kSensorSide + 16];
+    uint32_t x = 1;
+    for (; end >= 1 + kLanes; x += kLanes) {
+        x = std::min(x, end - kLanes); // the last block again over done columns
+        const size_t i = row + x;
+        const V site = ~QUORIN_LANES_ODD(x, odd);
+        const V gc = QUORIN_LANES_LOAD(g + i);
+        const V c0 = QUORIN_LANES_LOAD(m + i - w - 1), c1 = QUORIN_LANES_LOAD(m + i + w + 1);
+        const V c2 = QUORIN_LANES_LOAD(m + i - w + 1), c3 = QUORIN_LANES_LOAD(m + i + w - 1);
+        const V d1 = gc + gc - QUORIN_LANES_LOAD(g + i - w - 1) - QUORIN_LANES_LOAD(g + i + w + 1);
+        const V d2 = gc + gc - QUORIN_LANES_LOAD(g + i - w + 1) - QUORIN_LANES_LOAD(g + i + w - 1);
+        const V a1 = QUORIN_LANES_MAGNITUDE(d1), a2 = QUORIN_LANES_MAGNITUDE(d2);
+        const V all = (c0 + c1 + c2 + c3 + d1 + d2) >> 2;
+        const V first = (c0 + c1 + d1) >> 1, second = (c2 + c3 + d2) >> 1;
+        V v = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK((a1 < 200) & (a2 < 200), all,
+                                                   QUORIN_LANES_PICK((a1 < a2) & (a1 < 200), first, second)));
+        const V fallback = (a1 >= 200) & (a2 >= 200);
+        std::uint64_t words[sizeof(V) / 8], anyFallback = 0;
+        std::memcpy(words, &fallback, sizeof words);
+        for (const std::uint64_t word : words)
+            anyFallback |= word;
+        if (anyFallback != 0) {
+            // When neither diagonal pair agrees with the green: the first
+            // mixed pair that does, else the closest single neighbour
+            // within 100 (the first of equals), else the mean of all.
+            const V g0 = QUORIN_LANES_LOAD(g + i - w - 1), g1 = QUORIN_LANES_LOAD(g + i + w + 1);
+            const V g2 = QUORIN_LANES_LOAD(g + i - w + 1), g3 = QUORIN_LANES_LOAD(g + i + w - 1);
+            V bestDistance = V{} + 100, best = QUORIN_LANES_CLAMP(all);
+            const V cs[4] = {c0, c1, c2, c3}, gs[4] = {g0, g1, g2, g3};
+            for (int k = 0; k < 4; ++k) {
+                const V distance = QUORIN_LANES_MAGNITUDE(gc - gs[k]);
+                const V closer = distance < bestDistance;
+                bestDistance = QUORIN_LANES_PICK(closer, distance, bestDistance);
+                best = QUORIN_LANES_PICK(closer, QUORIN_LANES_CLAMP(cs[k] + (gc - gs[k])), best);
+            }
+            static constexpr int kMixed[4][2] = {{1, 3}, {1, 2}, {0, 3}, {0, 2}}; // the last one first
+            for (const auto &p : kMixed) {
+                const V d = gc + gc - gs[p[0]] - gs[p[1]];
+                best = QUORIN_LANES_PICK(QUORIN_LANES_MAGNITUDE(d) < 200,
+                                         QUORIN_LANES_CLAMP((cs[p[0]] + cs[p[1]] + d) >> 1), best);
+            }
+            v = QUORIN_LANES_PICK(fallback, best, v);
+        }
+        QUORIN_LANES_STORE(missing + i, QUORIN_LANES_PICK(site, v, QUORIN_LANES_LOAD(missing + i)));
+        if (x + kLanes == end)
+            return;
+    }
+    // Rows too short for a block: the plain loop marks its fall-backs.
+    std::memset(flags, 0, sizeof flags);
+    if (diagonalInnerLoop<1>(m, g, missing, row, w, odd, flags, x) != 0)
+        diagonalFixRow<1>(job, y, flags);
+});
 
 template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
 {
@@ -719,14 +1178,10 @@ template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x
     job.p.at((y & 1) ? kRed : kBlue, size_t{y} * w + x) = static_cast<uint16_t>(n == 0 ? 0 : borderMean(sum, n));
 }
 
-template <size_t S> void redBlueAtRedBlue(const ColourJob<S> &job)
+template <size_t S> void redBlueAtRedBlueRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
 {
     const Area &a = job.f->area;
-    const int h = static_cast<int>(a.h);
-    auto planar = DiagonalInnerPlanar::pick();
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        const uint32_t y = static_cast<uint32_t>(yi);
+    {
         const bool inner = y >= 1 && y + 2 <= a.h && a.w >= 3;
         if (inner) {
             if constexpr (S == 1)
@@ -734,19 +1189,52 @@ template <size_t S> void redBlueAtRedBlue(const ColourJob<S> &job)
             else
                 diagonalInnerRow<S>(job, y);
         }
-        for (uint32_t x = (y & 1) ? 1 : 0; x < a.w; x += 2) // red or blue sites outside the inner part
-            if (!inner || x < 1 || x + 2 > a.w)
+        // Red or blue sites outside the inner part: the whole row, or the
+        // first and last column.
+        const uint32_t parity = (y & 1) ? 1 : 0;
+        auto sites = [&](uint32_t from, uint32_t to) {
+            for (uint32_t x = from + ((from ^ parity) & 1); x < to; x += 2)
                 diagonalBorderPixel(job, x, y);
+        };
+        if (inner) {
+            sites(0, 1);
+            sites(a.w - 1, a.w);
+        } else {
+            sites(0, a.w);
+        }
     }
+}
+
+template <size_t S> PlanarRowKernel diagonalKernel(const ColourJob<S> &job)
+{
+    if constexpr (S == 1)
+        return job.narrow ? DiagonalInnerNarrow::pick() : DiagonalInnerPlanar::pick();
+    else
+        return nullptr; // interleaved triples use the plain loops
+}
+
+// The top row's red sites take blue from below, the bottom row's odd
+// pixels red from above.
+template <size_t S> void redBlueAtEdges(const ColourJob<S> &job)
+{
+    const Area &a = job.f->area;
     if (a.h > 1) {
-        // The top row's red sites take blue from below, the bottom row's
-        // odd pixels red from above.
         for (uint32_t x = 0; x < a.w; x += 2)
             job.p.at(kBlue, x) = job.p.at(kBlue, a.w + x);
         const size_t last = size_t{a.h - 1} * a.w, above = last - a.w;
         for (uint32_t x = 1; x < a.w; x += 2)
             job.p.at(kRed, last + x) = job.p.at(kRed, above + x);
     }
+}
+
+template <size_t S> void redBlueAtRedBlue(const ColourJob<S> &job)
+{
+    const int h = static_cast<int>(job.f->area.h);
+    const PlanarRowKernel planar = diagonalKernel(job);
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi)
+        redBlueAtRedBlueRow(job, static_cast<uint32_t>(yi), planar);
+    redBlueAtEdges(job);
 }
 
 // ---- Matrix, look-up and output ----------------------------------------------
@@ -760,28 +1248,28 @@ QUORIN_ALWAYS_INLINE inline int32_t matrixRow(const int32_t *m, uint32_t r, uint
     return s <= 0 ? 0 : shifted >= 1024 ? kMaxValue : shifted;
 }
 
-constexpr size_t kBlock = 64;
+constexpr size_t kBlock = vec::kBlock;
 
 // The matrix over a block of pixels held as planes.
 QUORIN_ALWAYS_INLINE inline void matrixBlock(const int32_t *m, const uint16_t *r, const uint16_t *g,
-                                             const uint16_t *b, size_t n, uint32_t (*out)[kBlock])
+                                             const uint16_t *b, size_t n, uint16_t (*out)[kBlock])
 {
     for (size_t k = 0; k < n; ++k) {
         const uint32_t rv = r[k], gv = g[k], bv = b[k];
-        out[0][k] = static_cast<uint32_t>(matrixRow(m, rv, gv, bv));
-        out[1][k] = static_cast<uint32_t>(matrixRow(m + 3, rv, gv, bv));
-        out[2][k] = static_cast<uint32_t>(matrixRow(m + 6, rv, gv, bv));
+        out[0][k] = static_cast<uint16_t>(matrixRow(m, rv, gv, bv));
+        out[1][k] = static_cast<uint16_t>(matrixRow(m + 3, rv, gv, bv));
+        out[2][k] = static_cast<uint16_t>(matrixRow(m + 6, rv, gv, bv));
     }
 }
 
 QUORIN_KERNEL(MatrixBlock,
               (const int32_t *m, const uint16_t *r, const uint16_t *g, const uint16_t *b, size_t n,
-               uint32_t (*out)[kBlock]),
+               uint16_t (*out)[kBlock]),
               matrixBlock(m, r, g, b, n, out););
 
 // Look-up and reduction of a block, stored as triples in the layout's order.
 template <unsigned SR, unsigned SG, unsigned SB>
-QUORIN_ALWAYS_INLINE inline void storeReduced(const uint32_t (*values)[kBlock], size_t n, const Reduced *const *reduced,
+QUORIN_ALWAYS_INLINE inline void storeReduced(const uint16_t (*values)[kBlock], size_t n, const Reduced *const *reduced,
                                               std::uint8_t *o)
 {
     const std::uint8_t *r = reduced[kRed]->v, *g = reduced[kGreen]->v, *b = reduced[kBlue]->v;
@@ -793,36 +1281,106 @@ QUORIN_ALWAYS_INLINE inline void storeReduced(const uint32_t (*values)[kBlock], 
 }
 
 // Planes to the 8-bit destination: matrix, look-up and reduction per row.
-void finishPlanar8(const ColourJob<1> &job, std::uint8_t *dest)
-{
-    const Frame &f = *job.f;
-    const size_t w = f.area.w;
-    const unsigned slot[3] = {channelSlot(f.demosaicMethod, kRed), channelSlot(f.demosaicMethod, kGreen),
-                              channelSlot(f.demosaicMethod, kBlue)};
-    const Reduced r0(f.lut[0], f.outputShift), r1(f.lut[1], f.outputShift), r2(f.lut[2], f.outputShift);
-    const Reduced *reduced[3] = {&r0, &r1, &r2};
-    const auto matrix = MatrixBlock::pick();
-    const int h = static_cast<int>(f.area.h);
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi) {
-        const size_t row = size_t(yi) * w;
-        uint32_t values[3][kBlock];
+class PlanarFinish {
+public:
+    PlanarFinish(const ColourJob<1> &job, std::uint8_t *dest)
+        : job_(job), f_(*job.f), dest_(dest), r0_(f_.lut[0], f_.outputShift), r1_(f_.lut[1], f_.outputShift),
+          r2_(f_.lut[2], f_.outputShift), tableOutput_(vec::vbmiActive()), matrix_(MatrixBlock::pick())
+    {
+        for (unsigned c = 0; c < 3; ++c)
+            slot_[c] = channelSlot(f_.demosaicMethod, c);
+        // With values below 1024 and coefficients that fit 16 bits, the
+        // matrix sums never wrap: 16-bit multiply-adds serve.
+        matrixNarrow_ = tableOutput_ && job.narrow && f_.matrixOn;
+        for (int k = 0; k < 9; ++k) {
+            matrixNarrow_ = matrixNarrow_ && f_.matrix[k] >= -32768 && f_.matrix[k] <= 32767;
+            narrowMatrix_[k] = static_cast<std::int16_t>(f_.matrix[k]);
+        }
+    }
+
+    void row(uint32_t y) const
+    {
+        const size_t w = f_.area.w, row = size_t{y} * w;
+        const std::uint8_t *tables[3] = {r0_.v, r1_.v, r2_.v};
+        if (matrixNarrow_) {
+            vec::matrixTriples8Vbmi(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, narrowMatrix_, tables,
+                                    slot_, dest_ + 3 * row);
+            return;
+        }
+        const Reduced *reduced[3] = {&r0_, &r1_, &r2_};
+        uint16_t values[3][kBlock];
         for (size_t x0 = 0; x0 < w; x0 += kBlock) {
             const size_t n = std::min(kBlock, w - x0);
-            const uint16_t *in[3] = {job.p.c[0] + row + x0, job.p.c[1] + row + x0, job.p.c[2] + row + x0};
-            if (f.matrixOn)
-                matrix(f.matrix, in[0], in[1], in[2], n, values);
+            const uint16_t *in[3] = {job_.p.c[0] + row + x0, job_.p.c[1] + row + x0, job_.p.c[2] + row + x0};
+            if (f_.matrixOn)
+                matrix_(f_.matrix, in[0], in[1], in[2], n, values);
             else
                 for (unsigned c = 0; c < 3; ++c)
                     for (size_t k = 0; k < n; ++k)
                         values[c][k] = in[c][k];
-            std::uint8_t *o = dest + 3 * (row + x0);
-            if (slot[kRed] == 2) // blue, green, red
+            std::uint8_t *o = dest_ + 3 * (row + x0);
+            if (tableOutput_)
+                vec::triples8Vbmi(values, n, tables, slot_, o);
+            else if (slot_[kRed] == 2) // blue, green, red
                 storeReduced<2, 1, 0>(values, n, reduced, o);
             else
                 storeReduced<0, 1, 2>(values, n, reduced, o);
         }
     }
+
+private:
+    const ColourJob<1> &job_;
+    const Frame &f_;
+    std::uint8_t *dest_;
+    const Reduced r0_, r1_, r2_;
+    unsigned slot_[3];
+    bool tableOutput_;
+    bool matrixNarrow_;
+    std::int16_t narrowMatrix_[9];
+    decltype(MatrixBlock::pick()) matrix_;
+};
+
+// Interpolation of the planes and the 8-bit output, row by row so that a
+// row's data is still in cache for the next pass: each thread takes a band
+// of rows, finishes the green plane of its first and last rows (which the
+// neighbouring bands read), and then, row after row, the green plane one
+// row ahead, red and blue at green sites, red and blue at red and blue
+// sites, and the output. The top and bottom rows, which the edge rule
+// changes afterwards, are output last.
+void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
+{
+    const Area &a = job.f->area;
+    const PlanarRowKernel green = greenKernel(job), line = lineKernel(job), diagonal = diagonalKernel(job);
+    const PlanarFinish finish(job, dest);
+#pragma omp parallel
+    {
+#ifdef _OPENMP
+        const auto threads = static_cast<uint32_t>(omp_get_num_threads());
+        const auto t = static_cast<uint32_t>(omp_get_thread_num());
+#else
+        const uint32_t threads = 1, t = 0; // builds without OpenMP run the pixel loops serially
+#endif
+        const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
+        const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
+        if (first < end) {
+            greenPlaneRow(job, first, green);
+            if (end - 1 > first)
+                greenPlaneRow(job, end - 1, green);
+        }
+#pragma omp barrier
+        for (uint32_t y = first; y < end; ++y) {
+            if (y + 2 < end)
+                greenPlaneRow(job, y + 1, green);
+            redBlueAtGreenRow(job, y, line);
+            redBlueAtRedBlueRow(job, y, diagonal);
+            if (y > 0 && y + 1 < a.h)
+                finish.row(y);
+        }
+    }
+    redBlueAtEdges(job);
+    finish.row(0);
+    if (a.h > 1)
+        finish.row(a.h - 1);
 }
 
 // Interleaved triples: matrix and look-up in place, for the 16-bit result.
@@ -879,18 +1437,17 @@ void outputColour(const Frame &f, bool sixteenBit, void *dest)
 ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
-    balance(f, f.colourMode == 2);
+    const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
     if (f.colourMode == 2)
-        greenSmoothing(f);
+        greenSmoothing(f, narrow);
 
     if (!sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
         // Only the 8-bit result is wanted: planes, with green in the
         // smoothing copy's buffer (free again) and red and blue in the RGB
         // image's.
         const size_t n = a.pixels();
-        const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}}};
-        interpolate(job);
-        finishPlanar8(job, static_cast<std::uint8_t *>(dest));
+        const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}}, narrow};
+        interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
         return ImageLayout::Planes;
     }
     const unsigned dm = f.demosaicMethod;

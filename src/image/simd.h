@@ -23,6 +23,22 @@ const char *name(Level level);
 
 #define QUORIN_ALWAYS_INLINE __attribute__((always_inline))
 
+// name::pick() of a kernel struct: the build for the active level.
+#define QUORIN_KERNEL_PICK                                                                                             \
+    static auto pick()                                                                                                 \
+    {                                                                                                                  \
+        switch (::quorin::image::simd::active()) {                                                                     \
+        case ::quorin::image::simd::Level::Scalar:                                                                     \
+            return &scalar;                                                                                            \
+        case ::quorin::image::simd::Level::Avx2:                                                                       \
+            return &avx2;                                                                                              \
+        case ::quorin::image::simd::Level::Avx512:                                                                     \
+            return &avx512;                                                                                            \
+        default:                                                                                                       \
+            return &sse2;                                                                                              \
+        }                                                                                                              \
+    }
+
 // Defines struct `name` with the kernel compiled four ways and
 // name::pick(), the build for the active level.
 #define QUORIN_KERNEL(name, params, ...)                                                                               \
@@ -34,17 +50,5 @@ const char *name(Level level);
         static void sse2 params { __VA_ARGS__ }                                                                        \
         __attribute__((target("avx2"))) static void avx2 params { __VA_ARGS__ }                                       \
         __attribute__((target("avx512f,avx512bw,avx512vl"))) static void avx512 params { __VA_ARGS__ }                \
-        static auto pick()                                                                                             \
-        {                                                                                                              \
-            switch (::quorin::image::simd::active()) {                                                                 \
-            case ::quorin::image::simd::Level::Scalar:                                                                 \
-                return &scalar;                                                                                        \
-            case ::quorin::image::simd::Level::Avx2:                                                                   \
-                return &avx2;                                                                                          \
-            case ::quorin::image::simd::Level::Avx512:                                                                 \
-                return &avx512;                                                                                        \
-            default:                                                                                                   \
-                return &sse2;                                                                                          \
-            }                                                                                                          \
-        }                                                                                                              \
+        QUORIN_KERNEL_PICK                                                                                             \
     }

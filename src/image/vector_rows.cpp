@@ -1,0 +1,250 @@
+#include "image/vector_rows.h"
+
+#include "image/simd.h"
+
+#include <immintrin.h>
+
+#include <array>
+
+// GCC 12 takes the deliberately undefined pass-through operand inside some
+// AVX-512 intrinsics (_mm512_undefined_epi32) for an uninitialised variable.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+#define QUORIN_TARGET_AVX2 __attribute__((target("avx2")))
+#define QUORIN_TARGET_VBMI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi")))
+
+namespace quorin::image::vec {
+namespace {
+
+bool processorHasVbmi()
+{
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512vbmi");
+}
+
+// Byte indices of the interleave of three 64-byte planes S0, S1, S2 into
+// three 64-byte vectors: byte p of vector o is output byte P = 64 o + p,
+// pixel P / 3, slot P % 3.
+struct Interleave {
+    std::array<std::array<std::uint8_t, 64>, 3> firstTwo{}; // slot 0: pixel, slot 1: 64 + pixel
+    std::array<std::array<std::uint8_t, 64>, 3> third{};    // pixel, used where the slot is 2
+    std::array<std::uint64_t, 3> thirdMask{};
+    constexpr Interleave()
+    {
+        for (unsigned o = 0; o < 3; ++o)
+            for (unsigned p = 0; p < 64; ++p) {
+                const unsigned P = 64 * o + p, k = P / 3, s = P % 3;
+                firstTwo[o][p] = static_cast<std::uint8_t>(s == 1 ? 64 + k : k);
+                third[o][p] = static_cast<std::uint8_t>(k);
+                if (s == 2)
+                    thirdMask[o] |= std::uint64_t{1} << p;
+            }
+    }
+};
+constexpr Interleave kInterleave;
+
+// Even bytes of two vectors: the low bytes of their 16-bit lanes, a then b.
+constexpr std::array<std::uint8_t, 64> kEvenBytes = [] {
+    std::array<std::uint8_t, 64> e{};
+    for (unsigned k = 0; k < 64; ++k)
+        e[k] = static_cast<std::uint8_t>(2 * k);
+    return e;
+}();
+
+// table[min(v, 1023)] for the 64 16-bit values of a then b. The table is
+// sixteen 64-byte pieces; the low seven bits of an index pick a byte in a
+// pair of pieces, bits 7 to 9 pick the pair.
+QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline __m512i lookUp64(__m512i a, __m512i b, const std::uint8_t *table)
+{
+    const __m512i limit = _mm512_set1_epi16(1023);
+    const __m512i even = _mm512_loadu_si512(kEvenBytes.data());
+    a = _mm512_min_epu16(a, limit);
+    b = _mm512_min_epu16(b, limit);
+    const __m512i low = _mm512_permutex2var_epi8(a, even, b);
+    const __m512i high = _mm512_permutex2var_epi8(_mm512_srli_epi16(a, 7), even, _mm512_srli_epi16(b, 7));
+    __m512i r[8];
+    for (int j = 0; j < 8; ++j)
+        r[j] = _mm512_permutex2var_epi8(_mm512_loadu_si512(table + 128 * j), low,
+                                        _mm512_loadu_si512(table + 128 * j + 64));
+    const __mmask64 bit7 = _mm512_test_epi8_mask(high, _mm512_set1_epi8(1));
+    const __mmask64 bit8 = _mm512_test_epi8_mask(high, _mm512_set1_epi8(2));
+    const __mmask64 bit9 = _mm512_test_epi8_mask(high, _mm512_set1_epi8(4));
+    for (int j = 0; j < 4; ++j)
+        r[j] = _mm512_mask_blend_epi8(bit7, r[2 * j], r[2 * j + 1]);
+    for (int j = 0; j < 2; ++j)
+        r[j] = _mm512_mask_blend_epi8(bit8, r[2 * j], r[2 * j + 1]);
+    return _mm512_mask_blend_epi8(bit9, r[0], r[1]);
+}
+
+// Lane masks of the first n (<= 64) 16-bit values, split in two halves.
+inline __mmask32 firstHalf(std::size_t n)
+{
+    return n >= 32 ? ~__mmask32{0} : static_cast<__mmask32>((std::uint32_t{1} << n) - 1);
+}
+inline __mmask32 secondHalf(std::size_t n)
+{
+    return n <= 32 ? __mmask32{0} : firstHalf(n - 32);
+}
+inline __mmask64 firstBytes(std::size_t n)
+{
+    return n >= 64 ? ~__mmask64{0} : static_cast<__mmask64>((std::uint64_t{1} << n) - 1);
+}
+
+// wideTable[min(v, 1023)] of 16 values, as 16 bytes in order.
+QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(const std::uint16_t *in, const std::uint32_t *wideTable)
+{
+    const __m256i v = _mm256_min_epu16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in)),
+                                       _mm256_set1_epi16(1023));
+    const auto *table = reinterpret_cast<const int *>(wideTable);
+    const __m256i low = _mm256_i32gather_epi32(table, _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), 4);
+    const __m256i high = _mm256_i32gather_epi32(table, _mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), 4);
+    // Entries are bytes: pack to 16 bits (per 128-bit half, hence the
+    // reordering of the 64-bit quarters), then to 8 bits.
+    const __m256i words = _mm256_permute4x64_epi64(_mm256_packus_epi32(low, high), 0xD8);
+    return _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
+}
+
+} // namespace
+
+bool avx2Active()
+{
+    return simd::active() >= simd::Level::Avx2;
+}
+
+bool vbmiActive()
+{
+    static const bool vbmi = processorHasVbmi();
+    return vbmi && simd::active() == simd::Level::Avx512;
+}
+
+QUORIN_TARGET_AVX2 std::size_t unpackGroupsAvx2(const std::uint8_t *in, std::size_t groups, std::size_t readable,
+                                                std::uint16_t *out)
+{
+    // Value j of a group starts at bit 2 j of its byte j: take bytes j and
+    // j + 1 as a 16-bit lane, move the value to the top (multiply by
+    // 2^(6 - 2 j)) and shift it down by 6. Each 128-bit half holds two
+    // groups.
+    const __m256i gather = _mm256_setr_epi8(0, 1, 1, 2, 2, 3, 3, 4, 5, 6, 6, 7, 7, 8, 8, 9, //
+                                            0, 1, 1, 2, 2, 3, 3, 4, 5, 6, 6, 7, 7, 8, 8, 9);
+    const __m256i scale = _mm256_setr_epi16(64, 16, 4, 1, 64, 16, 4, 1, 64, 16, 4, 1, 64, 16, 4, 1);
+    std::size_t g = 0;
+    // Reads bytes 5 g .. 5 g + 25.
+    for (; g + 4 <= groups && 5 * g + 26 <= readable; g += 4) {
+        const std::uint8_t *p = in + 5 * g;
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 10));
+        __m256i v = _mm256_inserti128_si256(_mm256_castsi128_si256(first), second, 1);
+        v = _mm256_srli_epi16(_mm256_mullo_epi16(_mm256_shuffle_epi8(v, gather), scale), 6);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + 4 * g), v);
+    }
+    return g;
+}
+
+QUORIN_TARGET_AVX2 void lookUp8Avx2(const std::uint16_t *in, std::size_t n, const std::uint32_t *wideTable,
+                                    std::uint8_t *out)
+{
+    std::size_t k = 0;
+    for (; k + 16 <= n; k += 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), lookUp16(in + k, wideTable));
+    for (; k < n; ++k)
+        out[k] = static_cast<std::uint8_t>(wideTable[in[k] > 1023 ? 1023 : in[k]]);
+}
+
+QUORIN_TARGET_VBMI void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const std::uint8_t *table,
+                                    std::uint8_t *out)
+{
+    std::size_t k = 0;
+    for (; k + 64 <= n; k += 64) {
+        const __m512i a = _mm512_loadu_si512(in + k), b = _mm512_loadu_si512(in + k + 32);
+        _mm512_storeu_si512(out + k, lookUp64(a, b, table));
+    }
+    if (k < n) {
+        const std::size_t left = n - k;
+        const __m512i a = _mm512_maskz_loadu_epi16(firstHalf(left), in + k);
+        const __m512i b = _mm512_maskz_loadu_epi16(secondHalf(left), in + k + 32);
+        _mm512_mask_storeu_epi8(out + k, firstBytes(left), lookUp64(a, b, table));
+    }
+}
+
+// Interleaves three 64-byte planes (in slot order) into 3 n bytes at out.
+QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i bySlot[3], std::size_t n,
+                                                                 std::uint8_t *out)
+{
+    const std::size_t bytes = 3 * n;
+    for (unsigned o = 0; o < 3; ++o) {
+        const __m512i firstTwo = _mm512_permutex2var_epi8(
+            bySlot[0], _mm512_loadu_si512(kInterleave.firstTwo[o].data()), bySlot[1]);
+        const __m512i v = _mm512_mask_permutexvar_epi8(firstTwo, kInterleave.thirdMask[o],
+                                                       _mm512_loadu_si512(kInterleave.third[o].data()), bySlot[2]);
+        if (bytes >= 64 * (o + 1))
+            _mm512_storeu_si512(out + 64 * o, v);
+        else if (bytes > 64 * o)
+            _mm512_mask_storeu_epi8(out + 64 * o, firstBytes(bytes - 64 * o), v);
+    }
+}
+
+QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
+                                           std::size_t n, const std::int16_t matrix[9],
+                                           const std::uint8_t *const tables[3], const unsigned slot[3],
+                                           std::uint8_t *out)
+{
+    // Pairs (red, green) and (blue, 0) of 16-bit lanes multiply-add with
+    // pairs of coefficients into 32-bit sums.
+    __m512i redGreen[3], blue[3];
+    for (unsigned c = 0; c < 3; ++c) {
+        redGreen[c] = _mm512_set1_epi32(static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c]) |
+                                                         std::uint32_t{static_cast<std::uint16_t>(matrix[3 * c + 1])}
+                                                             << 16));
+        blue[c] = _mm512_set1_epi32(static_cast<std::uint16_t>(matrix[3 * c + 2]));
+    }
+    const __m512i limit = _mm512_set1_epi32(1023), zero = _mm512_setzero_si512();
+    for (std::size_t k = 0; k < n; k += 64) {
+        const std::size_t left = n - k;
+        __m512i channel[3][2];
+        for (unsigned h = 0; h < 2; ++h) {
+            const __mmask32 lanes = h == 0 ? firstHalf(left) : secondHalf(left);
+            const __m512i rv = _mm512_maskz_loadu_epi16(lanes, r + k + 32 * h);
+            const __m512i gv = _mm512_maskz_loadu_epi16(lanes, g + k + 32 * h);
+            const __m512i bv = _mm512_maskz_loadu_epi16(lanes, b + k + 32 * h);
+            const __m512i rgLow = _mm512_unpacklo_epi16(rv, gv), rgHigh = _mm512_unpackhi_epi16(rv, gv);
+            const __m512i bLow = _mm512_unpacklo_epi16(bv, zero), bHigh = _mm512_unpackhi_epi16(bv, zero);
+            for (unsigned c = 0; c < 3; ++c) {
+                __m512i low = _mm512_add_epi32(_mm512_madd_epi16(rgLow, redGreen[c]), _mm512_madd_epi16(bLow, blue[c]));
+                __m512i high =
+                    _mm512_add_epi32(_mm512_madd_epi16(rgHigh, redGreen[c]), _mm512_madd_epi16(bHigh, blue[c]));
+                // s <= 0 gives 0 (the pack saturates), s >> 8 above 1023 gives 1023.
+                low = _mm512_min_epi32(_mm512_srai_epi32(low, 8), limit);
+                high = _mm512_min_epi32(_mm512_srai_epi32(high, 8), limit);
+                channel[c][h] = _mm512_packus_epi32(low, high); // the unpacking's order undone
+            }
+        }
+        __m512i bySlot[3];
+        for (unsigned c = 0; c < 3; ++c)
+            bySlot[slot[c]] = lookUp64(channel[c][0], channel[c][1], tables[c]);
+        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k);
+    }
+}
+
+QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n,
+                                     const std::uint8_t *const tables[3], const unsigned slot[3], std::uint8_t *out)
+{
+    __m512i bySlot[3];
+    for (unsigned c = 0; c < 3; ++c) {
+        const __m512i a = _mm512_maskz_loadu_epi16(firstHalf(n), values[c]);
+        const __m512i b = _mm512_maskz_loadu_epi16(secondHalf(n), values[c] + 32);
+        bySlot[slot[c]] = lookUp64(a, b, tables[c]);
+    }
+    const std::size_t bytes = 3 * n;
+    for (unsigned o = 0; o < 3; ++o) {
+        const __m512i firstTwo = _mm512_permutex2var_epi8(
+            bySlot[0], _mm512_loadu_si512(kInterleave.firstTwo[o].data()), bySlot[1]);
+        const __m512i v = _mm512_mask_permutexvar_epi8(firstTwo, kInterleave.thirdMask[o],
+                                                       _mm512_loadu_si512(kInterleave.third[o].data()), bySlot[2]);
+        if (bytes >= 64 * (o + 1))
+            _mm512_storeu_si512(out + 64 * o, v);
+        else if (bytes > 64 * o)
+            _mm512_mask_storeu_epi8(out + 64 * o, firstBytes(bytes - 64 * o), v);
+    }
+}
+
+} // namespace quorin::image::vec
