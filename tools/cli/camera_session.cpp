@@ -25,10 +25,10 @@ bool startsWith(const std::string &s, const char *prefix)
 
 } // namespace
 
-CameraSpec checkCameraOptions(const CameraOptions &options)
+CameraChoice checkCameraOptions(const CameraOptions &options)
 {
-    CameraSpec spec;
-    const std::string &s = options.spec;
+    CameraChoice choice;
+    const std::string &s = options.choice;
     if (startsWith(s, kVirtualPrefix)) {
         std::string model = s.substr(sizeof kVirtualPrefix - 1);
         if (model != "k5" && model != "k5c")
@@ -37,41 +37,41 @@ CameraSpec checkCameraOptions(const CameraOptions &options)
             throw UsageError("--host-arg applies to driver: cameras only");
         if (std::find(std::begin(kVirtualLinks), std::end(kVirtualLinks), options.link) == std::end(kVirtualLinks))
             throw UsageError("the virtual camera offers link types 2, 3, 4 and 7, not " + std::to_string(options.link));
-        spec.kind = CameraSpec::Kind::Virtual;
-        spec.colour = model == "k5c";
-        spec.link = options.link;
-        spec.firmware = options.firmware.value_or(120);
-        spec.cameraNumber = options.cameraNumber.value_or(1);
-        return spec;
+        choice.kind = CameraChoice::Kind::Virtual;
+        choice.colour = model == "k5c";
+        choice.link = options.link;
+        choice.firmware = options.firmware.value_or(120);
+        choice.cameraNumber = options.cameraNumber.value_or(1);
+        return choice;
     }
     if (startsWith(s, kDriverPrefix)) {
-        spec.kind = CameraSpec::Kind::Driver;
-        spec.driverPath = s.substr(sizeof kDriverPrefix - 1);
-        if (spec.driverPath.empty())
+        choice.kind = CameraChoice::Kind::Driver;
+        choice.driverPath = s.substr(sizeof kDriverPrefix - 1);
+        if (choice.driverPath.empty())
             throw UsageError("--camera driver: needs the path of the driver library");
         if (options.firmware || options.cameraNumber)
             throw UsageError("--firmware and --camera-number apply to virtual: cameras only");
-        if (access(spec.driverPath.c_str(), R_OK) != 0)
-            throw UsageError("link driver '" + spec.driverPath + "' not found or not readable");
-        spec.hostArg = options.hostArg.value_or(0);
-        return spec;
+        if (access(choice.driverPath.c_str(), R_OK) != 0)
+            throw UsageError("link driver '" + choice.driverPath + "' not found or not readable");
+        choice.hostArg = options.hostArg.value_or(0);
+        return choice;
     }
     throw UsageError("unknown camera '" + s + "' in --camera (use virtual:k5c, virtual:k5 or driver:PATH)");
 }
 
-CameraSession::CameraSession(const CameraSpec &spec)
+CameraSession::CameraSession(const CameraChoice &choice)
 {
     std::int32_t err = 0;
     DEV_Init(&err);
     initialised_ = true;
 
     const InterfaceTable *table = nullptr;
-    std::uint32_t hostArg = spec.hostArg;
-    if (spec.kind == CameraSpec::Kind::Virtual) {
+    std::uint32_t hostArg = choice.hostArg;
+    if (choice.kind == CameraChoice::Kind::Virtual) {
         VcamConfig cfg;
-        vcam_default_config(&cfg, spec.colour ? VCAM_K5C : VCAM_K5, spec.link);
-        cfg.firmwareVersion = spec.firmware;
-        cfg.cameraNumber = spec.cameraNumber;
+        vcam_default_config(&cfg, choice.colour ? VCAM_K5C : VCAM_K5, choice.link);
+        cfg.firmwareVersion = choice.firmware;
+        cfg.cameraNumber = choice.cameraNumber;
         virtual_ = vcam_create(&cfg);
         if (virtual_ == nullptr) {
             release();
@@ -80,7 +80,7 @@ CameraSession::CameraSession(const CameraSpec &spec)
         table = vcam_interface(virtual_);
         hostArg = vcam_host_arg(virtual_);
     } else {
-        driver_ = dlopen(spec.driverPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+        driver_ = dlopen(choice.driverPath.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (driver_ == nullptr) {
             std::string why = dlerror();
             release();
@@ -89,12 +89,12 @@ CameraSession::CameraSession(const CameraSpec &spec)
         auto entry = reinterpret_cast<DriverEntry>(dlsym(driver_, kDriverEntry));
         if (entry == nullptr) {
             release();
-            throw CliError("link driver '" + spec.driverPath + "' does not export " + kDriverEntry + "()");
+            throw CliError("link driver '" + choice.driverPath + "' does not export " + kDriverEntry + "()");
         }
         table = entry();
         if (table == nullptr) {
             release();
-            throw CliError("link driver '" + spec.driverPath + "' returned no interface table");
+            throw CliError("link driver '" + choice.driverPath + "' returned no interface table");
         }
     }
 

@@ -1,4 +1,4 @@
-// Opening and closing one camera from a --camera specification:
+// Opening and closing one camera chosen with --camera:
 //   virtual:k5c, virtual:k5   a virtual camera created in this process
 //   driver:/path/libfoo.so    a host link driver: a shared library that
 //                             exports extern "C" const InterfaceTable
@@ -20,15 +20,15 @@ namespace quorin::cli {
 
 // The camera options of the command line, as given.
 struct CameraOptions {
-    std::string spec = "virtual:k5c";
+    std::string choice = "virtual:k5c";
     std::uint32_t link = 3;
     std::optional<std::uint32_t> firmware;
     std::optional<std::uint32_t> cameraNumber;
     std::optional<std::uint32_t> hostArg;
 };
 
-// A checked camera specification.
-struct CameraSpec {
+// A checked camera choice.
+struct CameraChoice {
     enum class Kind { Virtual, Driver } kind = Kind::Virtual;
     bool colour = true;            // virtual camera model
     std::uint32_t link = 3;        // virtual camera link type
@@ -41,7 +41,7 @@ struct CameraSpec {
 // Checks the options without touching any camera or driver; throws
 // UsageError (an unknown kind, a link type the virtual camera does not
 // offer, options that do not fit the kind, a missing driver file).
-CameraSpec checkCameraOptions(const CameraOptions &options);
+CameraChoice checkCameraOptions(const CameraOptions &options);
 
 // The link types the virtual camera is offered on.
 inline constexpr std::uint32_t kVirtualLinks[] = {2, 3, 4, 7};
@@ -49,7 +49,7 @@ inline constexpr std::uint32_t kVirtualLinks[] = {2, 3, 4, 7};
 class CameraSession {
 public:
     // Initialises the library and opens the camera; throws CliError.
-    explicit CameraSession(const CameraSpec &spec);
+    explicit CameraSession(const CameraChoice &choice);
     // Closes whatever is still open, silently.
     ~CameraSession();
     CameraSession(const CameraSession &) = delete;

@@ -80,7 +80,7 @@ int main(int argc, char **argv)
 
     CameraOptions camera;
     std::vector<std::string> settingTexts;
-    app.add_option("--camera", camera.spec, "virtual:k5c, virtual:k5 or driver:PATH")->capture_default_str();
+    app.add_option("--camera", camera.choice, "virtual:k5c, virtual:k5 or driver:PATH")->capture_default_str();
     app.add_option("--link", camera.link, "Link type of the virtual camera: 2, 3, 4 or 7")->capture_default_str();
     app.add_option("--firmware", camera.firmware, "Firmware revision of the virtual camera (default 120)");
     app.add_option("--camera-number", camera.cameraNumber, "Number of the virtual camera (default 1)");
@@ -122,11 +122,11 @@ int main(int argc, char **argv)
         // Everything the command line says is checked before the camera
         // is touched; the command's own checks last, as they may create
         // its output folder.
-        const CameraSpec spec = checkCameraOptions(camera);
+        const CameraChoice choice = checkCameraOptions(camera);
         const std::vector<Setting> settings = checkSettings(settingTexts);
         command->check();
 
-        CameraSession session(spec);
+        CameraSession session(choice);
         for (const Setting &s : settings)
             session.set(s.capability.id, s.value.value, s.capability.name, s.capability.subIndex, s.value.value2);
         const int status = command->run(session);
