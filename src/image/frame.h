@@ -93,6 +93,24 @@ inline std::uint32_t lutIndex(std::uint32_t v)
     return v > kMaxValue ? kMaxValue : v;
 }
 
+// Truncated mean of n values as the colour border fills take it: two by a
+// shift, three by an exact division, four by a shift, one copied.
+inline std::int32_t borderMean(std::int32_t sum, int n)
+{
+    switch (n) {
+    case 1:
+        return sum;
+    case 2:
+        return sum >> 1;
+    case 3:
+        return sum / 3;
+    case 4:
+        return sum >> 2;
+    default:
+        return 0;
+    }
+}
+
 // The 8-bit reduction.
 inline std::uint8_t reduce8(std::uint32_t v, std::uint32_t shift)
 {

@@ -640,22 +640,6 @@ void greenSmoothing(const Frame &f, bool narrow)
     }
 }
 
-int32_t borderMean(int32_t sum, int n)
-{
-    switch (n) {
-    case 1:
-        return sum;
-    case 2:
-        return sum >> 1;
-    case 3:
-        return sum / 3;
-    case 4:
-        return sum >> 2;
-    default:
-        return 0;
-    }
-}
-
 bool innerRow(uint32_t y, const Area &a)
 {
     return y >= 2 && y + 3 <= a.h;

@@ -45,24 +45,6 @@ struct Rgb {
     }
 };
 
-// Truncated mean of n values as the border fills take it: two by a shift,
-// three by an exact division, four by a shift, one copied.
-std::int32_t borderMean(std::int32_t sum, int n)
-{
-    switch (n) {
-    case 1:
-        return sum;
-    case 2:
-        return sum >> 1;
-    case 3:
-        return sum / 3;
-    case 4:
-        return sum >> 2;
-    default:
-        return 0;
-    }
-}
-
 // Inner rows of the interpolation passes: 2 .. H-3, in pairs from an even
 // row; a pair's second row is left to the border when it passes H-3.
 bool innerRow(std::uint32_t y, const Area &a)
