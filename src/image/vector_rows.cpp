@@ -234,17 +234,7 @@ QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std:
         const __m512i b = _mm512_maskz_loadu_epi16(secondHalf(n), values[c] + 32);
         bySlot[slot[c]] = lookUp64(a, b, tables[c]);
     }
-    const std::size_t bytes = 3 * n;
-    for (unsigned o = 0; o < 3; ++o) {
-        const __m512i firstTwo = _mm512_permutex2var_epi8(
-            bySlot[0], _mm512_loadu_si512(kInterleave.firstTwo[o].data()), bySlot[1]);
-        const __m512i v = _mm512_mask_permutexvar_epi8(firstTwo, kInterleave.thirdMask[o],
-                                                       _mm512_loadu_si512(kInterleave.third[o].data()), bySlot[2]);
-        if (bytes >= 64 * (o + 1))
-            _mm512_storeu_si512(out + 64 * o, v);
-        else if (bytes > 64 * o)
-            _mm512_mask_storeu_epi8(out + 64 * o, firstBytes(bytes - 64 * o), v);
-    }
+    storeTriples(bySlot, n, out);
 }
 
 } // namespace quorin::image::vec
