@@ -13,7 +13,8 @@
 //    reduction, interleaving) run row after row over each thread's band of
 //    rows, and with values below 1024 the passes compute in 16-bit lanes;
 //  - the 1024-entry 8-bit look-up runs as in-register table look-ups where
-//    the processor has AVX-512 VBMI (see vector_rows.h);
+//    the processor has AVX-512 VBMI (see vector_rows.h), and as a shift when
+//    the table is straight (the identity table a camera opens with);
 //  - every per-row pass is an OpenMP loop with a static schedule, and the
 //    inner loops are written so that the compiler vectorises them for the
 //    instruction set picked at run time (see simd.h).
@@ -152,19 +153,7 @@ constexpr std::int16_t kColumn[32] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10
 
 // ---- Sensor pass ----------------------------------------------------------
 
-// Table of the 8-bit output of each look-up index, also widened to 32-bit
-// entries for the AVX2 gathers.
-struct Reduced {
-    std::uint8_t v[1024];
-    uint32_t wide[1024];
-    Reduced(const uint16_t *table, uint32_t shift)
-    {
-        for (uint32_t i = 0; i < 1024; ++i) {
-            v[i] = reduce8(table[i], shift);
-            wide[i] = v[i];
-        }
-    }
-};
+using vec::OutputTable;
 
 struct SensorJob {
     const Frame *f;
@@ -174,7 +163,7 @@ struct SensorJob {
     bool gain;
     bool constantGain;
     // When set, each finished row also goes through this table into dest8.
-    const Reduced *output = nullptr;
+    const OutputTable *output = nullptr;
     std::uint8_t *dest8 = nullptr;
     bool shuffleUnpack = false; // the AVX2 unpacking kernel runs
     bool tableOutput = false;   // the VBMI look-up kernel runs
@@ -241,14 +230,13 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
     }
     if (job.dest8 != nullptr) {
         std::uint8_t *out = job.dest8 + size_t{y} * a.w;
-        const std::uint8_t *table = job.output->v;
         if (job.tableOutput)
-            vec::lookUp8Vbmi(row, a.w, table, out);
+            vec::lookUp8Vbmi(row, a.w, *job.output, out);
         else if (job.gatherOutput)
-            vec::lookUp8Avx2(row, a.w, job.output->wide, out);
+            vec::lookUp8Avx2(row, a.w, *job.output, out);
         else
             for (uint32_t x = 0; x < a.w; ++x)
-                out[x] = table[lutIndex(row[x])];
+                out[x] = job.output->bytes[lutIndex(row[x])];
     }
 }
 
@@ -281,7 +269,7 @@ void unpackParallel(const std::uint8_t *raw, size_t pixels, uint16_t *work)
 
 // The sensor corrections; when output is given, the rows also go through
 // that table into dest8 as they are finished.
-void sensorPass(const Frame &f, const Reduced *output = nullptr, std::uint8_t *dest8 = nullptr)
+void sensorPass(const Frame &f, const OutputTable *output = nullptr, std::uint8_t *dest8 = nullptr)
 {
     const Kernel kernel = kernelFor(f.kernelVariant);
     SensorJob job{&f, f.darkSubtract && kernel != Kernel::Skip, kernel == Kernel::Vector, nullptr, false, false};
@@ -370,7 +358,7 @@ private:
 // Defect correction; when output is given, each corrected pixel's output
 // value in dest8 is written again. A corrected pixel never feeds another
 // one (listed neighbours are excluded), so the pixels are independent.
-void correctDefects(const Frame &f, const Reduced *output = nullptr, std::uint8_t *dest8 = nullptr)
+void correctDefects(const Frame &f, const OutputTable *output = nullptr, std::uint8_t *dest8 = nullptr)
 {
     if (!f.defectCorrect || f.defectCount == 0)
         return;
@@ -409,7 +397,7 @@ void correctDefects(const Frame &f, const Reduced *output = nullptr, std::uint8_
             const size_t i = size_t{y} * a.w + x;
             f.work[i] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
             if (dest8 != nullptr)
-                dest8[i] = output->v[lutIndex(f.work[i])];
+                dest8[i] = output->bytes[lutIndex(f.work[i])];
         }
     }
 }
@@ -454,11 +442,11 @@ void lookUpMono(const Frame &f, bool sixteenBit, void *dest)
             reduceValues(f.cache, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
         return;
     }
-    const Reduced reduced(table, f.outputShift);
+    const OutputTable reduced(table, f.outputShift);
     auto *d = static_cast<std::uint8_t *>(dest);
 #pragma omp parallel for schedule(static)
     for (long i = 0; i < n; ++i)
-        d[i] = reduced.v[lutIndex(f.work[i])];
+        d[i] = reduced.bytes[lutIndex(f.work[i])];
 }
 
 // ---- Colour -----------------------------------------------------------------
@@ -1253,10 +1241,10 @@ QUORIN_KERNEL(MatrixBlock,
 
 // Look-up and reduction of a block, stored as triples in the layout's order.
 template <unsigned SR, unsigned SG, unsigned SB>
-QUORIN_ALWAYS_INLINE inline void storeReduced(const uint16_t (*values)[kBlock], size_t n, const Reduced *const *reduced,
+QUORIN_ALWAYS_INLINE inline void storeReduced(const uint16_t (*values)[kBlock], size_t n, const OutputTable *const *reduced,
                                               std::uint8_t *o)
 {
-    const std::uint8_t *r = reduced[kRed]->v, *g = reduced[kGreen]->v, *b = reduced[kBlue]->v;
+    const std::uint8_t *r = reduced[kRed]->bytes, *g = reduced[kGreen]->bytes, *b = reduced[kBlue]->bytes;
     for (size_t k = 0; k < n; ++k) {
         o[3 * k + SR] = r[lutIndex(values[kRed][k])];
         o[3 * k + SG] = g[lutIndex(values[kGreen][k])];
@@ -1285,13 +1273,13 @@ public:
     void row(uint32_t y) const
     {
         const size_t w = f_.area.w, row = size_t{y} * w;
-        const std::uint8_t *tables[3] = {r0_.v, r1_.v, r2_.v};
+        const OutputTable *tables[3] = {&r0_, &r1_, &r2_};
         if (matrixNarrow_) {
             vec::matrixTriples8Vbmi(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, narrowMatrix_, tables,
                                     slot_, dest_ + 3 * row);
             return;
         }
-        const Reduced *reduced[3] = {&r0_, &r1_, &r2_};
+        const OutputTable *reduced[3] = {&r0_, &r1_, &r2_};
         uint16_t values[3][kBlock];
         for (size_t x0 = 0; x0 < w; x0 += kBlock) {
             const size_t n = std::min(kBlock, w - x0);
@@ -1316,7 +1304,7 @@ private:
     const ColourJob<1> &job_;
     const Frame &f_;
     std::uint8_t *dest_;
-    const Reduced r0_, r1_, r2_;
+    const OutputTable r0_, r1_, r2_;
     unsigned slot_[3];
     bool tableOutput_;
     bool matrixNarrow_;
@@ -1451,7 +1439,7 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
     if (!f.colour && !sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
         // Monochrome to 8 bits: each row is looked up as soon as it is
         // corrected; defect correction then redoes the pixels it changes.
-        const Reduced output(f.lut[0], f.outputShift);
+        const OutputTable output(f.lut[0], f.outputShift);
         auto *dest8 = static_cast<std::uint8_t *>(dest);
         sensorPass(f, &output, dest8);
         correctDefects(f, &output, dest8);

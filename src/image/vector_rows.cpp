@@ -1,9 +1,11 @@
 #include "image/vector_rows.h"
 
+#include "image/frame.h"
 #include "image/simd.h"
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <array>
 
 // GCC 12 takes the deliberately undefined pass-through operand inside some
@@ -51,15 +53,22 @@ constexpr std::array<std::uint8_t, 64> kEvenBytes = [] {
     return e;
 }();
 
-// table[min(v, 1023)] for the 64 16-bit values of a then b. The table is
-// sixteen 64-byte pieces; the low seven bits of an index pick a byte in a
-// pair of pieces, bits 7 to 9 pick the pair.
-QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline __m512i lookUp64(__m512i a, __m512i b, const std::uint8_t *table)
+// table.bytes[min(v, 1023)] for the 64 16-bit values of a then b. The
+// table is sixteen 64-byte pieces; the low seven bits of an index pick a
+// byte in a pair of pieces, bits 7 to 9 pick the pair. A straight table is
+// a shift and a saturating narrowing.
+QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline __m512i lookUp64(__m512i a, __m512i b, const OutputTable &lut)
 {
     const __m512i limit = _mm512_set1_epi16(1023);
-    const __m512i even = _mm512_loadu_si512(kEvenBytes.data());
     a = _mm512_min_epu16(a, limit);
     b = _mm512_min_epu16(b, limit);
+    if (lut.shift >= 0) {
+        const __m128i count = _mm_cvtsi32_si128(lut.shift);
+        const __m256i low = _mm512_cvtusepi16_epi8(_mm512_srl_epi16(a, count));
+        return _mm512_inserti64x4(_mm512_castsi256_si512(low), _mm512_cvtusepi16_epi8(_mm512_srl_epi16(b, count)), 1);
+    }
+    const std::uint8_t *table = lut.bytes;
+    const __m512i even = _mm512_loadu_si512(kEvenBytes.data());
     const __m512i low = _mm512_permutex2var_epi8(a, even, b);
     const __m512i high = _mm512_permutex2var_epi8(_mm512_srli_epi16(a, 7), even, _mm512_srli_epi16(b, 7));
     __m512i r[8];
@@ -90,12 +99,17 @@ inline __mmask64 firstBytes(std::size_t n)
     return n >= 64 ? ~__mmask64{0} : static_cast<__mmask64>((std::uint64_t{1} << n) - 1);
 }
 
-// wideTable[min(v, 1023)] of 16 values, as 16 bytes in order.
-QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(const std::uint16_t *in, const std::uint32_t *wideTable)
+// lut.wide[min(v, 1023)] of 16 values, as 16 bytes in order; a straight
+// table is a shift and a saturating pack.
+QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(const std::uint16_t *in, const OutputTable &lut)
 {
     const __m256i v = _mm256_min_epu16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in)),
                                        _mm256_set1_epi16(1023));
-    const auto *table = reinterpret_cast<const int *>(wideTable);
+    if (lut.shift >= 0) {
+        const __m256i shifted = _mm256_srl_epi16(v, _mm_cvtsi32_si128(lut.shift));
+        return _mm_packus_epi16(_mm256_castsi256_si128(shifted), _mm256_extracti128_si256(shifted, 1));
+    }
+    const auto *table = reinterpret_cast<const int *>(lut.wide);
     const __m256i low = _mm256_i32gather_epi32(table, _mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), 4);
     const __m256i high = _mm256_i32gather_epi32(table, _mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), 4);
     // Entries are bytes: pack to 16 bits (per 128-bit half, hence the
@@ -105,6 +119,21 @@ QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(const std::uint1
 }
 
 } // namespace
+
+OutputTable::OutputTable(const std::uint16_t *table, std::uint32_t outputShift)
+{
+    for (std::uint32_t i = 0; i < 1024; ++i) {
+        bytes[i] = reduce8(table[i], outputShift);
+        wide[i] = bytes[i];
+    }
+    for (int s = 0; s <= 10 && shift < 0; ++s) {
+        std::uint32_t i = 0;
+        while (i < 1024 && bytes[i] == std::min(i >> s, 255u))
+            ++i;
+        if (i == 1024)
+            shift = s;
+    }
+}
 
 bool avx2Active()
 {
@@ -140,17 +169,17 @@ QUORIN_TARGET_AVX2 std::size_t unpackGroupsAvx2(const std::uint8_t *in, std::siz
     return g;
 }
 
-QUORIN_TARGET_AVX2 void lookUp8Avx2(const std::uint16_t *in, std::size_t n, const std::uint32_t *wideTable,
+QUORIN_TARGET_AVX2 void lookUp8Avx2(const std::uint16_t *in, std::size_t n, const OutputTable &table,
                                     std::uint8_t *out)
 {
     std::size_t k = 0;
     for (; k + 16 <= n; k += 16)
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), lookUp16(in + k, wideTable));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), lookUp16(in + k, table));
     for (; k < n; ++k)
-        out[k] = static_cast<std::uint8_t>(wideTable[in[k] > 1023 ? 1023 : in[k]]);
+        out[k] = table.bytes[in[k] > 1023 ? 1023 : in[k]];
 }
 
-QUORIN_TARGET_VBMI void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const std::uint8_t *table,
+QUORIN_TARGET_VBMI void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const OutputTable &table,
                                     std::uint8_t *out)
 {
     std::size_t k = 0;
@@ -183,19 +212,26 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i b
     }
 }
 
-QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
-                                           std::size_t n, const std::int16_t matrix[9],
-                                           const std::uint8_t *const tables[3], const unsigned slot[3],
-                                           std::uint8_t *out)
+namespace {
+
+// The matrix kernel's loop for one order of the slots (red first, or blue
+// first) and for look-ups (Straight false) or shifts by the tables' own
+// shifts (Straight true), so that the channels stay in registers.
+template <bool BlueFirst, bool Straight>
+QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void
+matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
+                  const std::int16_t matrix[9], const OutputTable *const tables[3], std::uint8_t *out)
 {
     // Pairs (red, green) and (blue, 0) of 16-bit lanes multiply-add with
     // pairs of coefficients into 32-bit sums.
     __m512i redGreen[3], blue[3];
+    __m128i counts[3];
     for (unsigned c = 0; c < 3; ++c) {
         redGreen[c] = _mm512_set1_epi32(static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c]) |
                                                          std::uint32_t{static_cast<std::uint16_t>(matrix[3 * c + 1])}
                                                              << 16));
         blue[c] = _mm512_set1_epi32(static_cast<std::uint16_t>(matrix[3 * c + 2]));
+        counts[c] = _mm_cvtsi32_si128(tables[c]->shift);
     }
     const __m512i limit = _mm512_set1_epi32(1023), zero = _mm512_setzero_si512();
     for (std::size_t k = 0; k < n; k += 64) {
@@ -218,21 +254,46 @@ QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::ui
                 channel[c][h] = _mm512_packus_epi32(low, high); // the unpacking's order undone
             }
         }
-        __m512i bySlot[3];
-        for (unsigned c = 0; c < 3; ++c)
-            bySlot[slot[c]] = lookUp64(channel[c][0], channel[c][1], tables[c]);
+        __m512i bytes[3];
+        for (unsigned c = 0; c < 3; ++c) {
+            if constexpr (Straight) {
+                const __m256i low = _mm512_cvtusepi16_epi8(_mm512_srl_epi16(channel[c][0], counts[c]));
+                const __m256i high = _mm512_cvtusepi16_epi8(_mm512_srl_epi16(channel[c][1], counts[c]));
+                bytes[c] = _mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1);
+            } else {
+                bytes[c] = lookUp64(channel[c][0], channel[c][1], *tables[c]);
+            }
+        }
+        const __m512i bySlot[3] = {bytes[BlueFirst ? 2 : 0], bytes[1], bytes[BlueFirst ? 0 : 2]};
         storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k);
     }
 }
 
+} // namespace
+
+QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
+                                           std::size_t n, const std::int16_t matrix[9],
+                                           const OutputTable *const tables[3], const unsigned slot[3],
+                                           std::uint8_t *out)
+{
+    const bool blueFirst = slot[0] == 2;
+    const bool straight = tables[0]->shift >= 0 && tables[1]->shift >= 0 && tables[2]->shift >= 0;
+    if (blueFirst)
+        straight ? matrixTriplesLoop<true, true>(r, g, b, n, matrix, tables, out)
+                 : matrixTriplesLoop<true, false>(r, g, b, n, matrix, tables, out);
+    else
+        straight ? matrixTriplesLoop<false, true>(r, g, b, n, matrix, tables, out)
+                 : matrixTriplesLoop<false, false>(r, g, b, n, matrix, tables, out);
+}
+
 QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n,
-                                     const std::uint8_t *const tables[3], const unsigned slot[3], std::uint8_t *out)
+                                     const OutputTable *const tables[3], const unsigned slot[3], std::uint8_t *out)
 {
     __m512i bySlot[3];
     for (unsigned c = 0; c < 3; ++c) {
         const __m512i a = _mm512_maskz_loadu_epi16(firstHalf(n), values[c]);
         const __m512i b = _mm512_maskz_loadu_epi16(secondHalf(n), values[c] + 32);
-        bySlot[slot[c]] = lookUp64(a, b, tables[c]);
+        bySlot[slot[c]] = lookUp64(a, b, *tables[c]);
     }
     storeTriples(bySlot, n, out);
 }

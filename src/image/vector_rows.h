@@ -13,6 +13,18 @@ namespace quorin::image::vec {
 
 constexpr std::size_t kBlock = 64;
 
+// The 8-bit output of a 1024-entry look-up table with its reduction shift
+// folded in: bytes[i] for each index, the same widened to 32-bit entries
+// for the AVX2 gathers, and `shift` when every entry is min(i >> shift,
+// 255) (a straight table, the usual case), else -1. With a shift the
+// kernels compute the output instead of looking it up.
+struct OutputTable {
+    std::uint8_t bytes[1024];
+    std::uint32_t wide[1024];
+    int shift = -1;
+    OutputTable(const std::uint16_t *table, std::uint32_t outputShift);
+};
+
 // The active level runs the AVX2 kernels.
 bool avx2Active();
 // The active level is AVX-512 and the processor has VBMI.
@@ -23,15 +35,15 @@ bool vbmiActive();
 // Returns the number of groups done; the caller unpacks the rest.
 std::size_t unpackGroupsAvx2(const std::uint8_t *in, std::size_t groups, std::size_t readable, std::uint16_t *out);
 
-// out[k] = table[min(in[k], 1023)] for k < n, from the byte table (VBMI) or
-// from the same table widened to 32-bit entries (AVX2 gathers).
-void lookUp8Avx2(const std::uint16_t *in, std::size_t n, const std::uint32_t *wideTable, std::uint8_t *out);
-void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const std::uint8_t *table, std::uint8_t *out);
+// out[k] = table.bytes[min(in[k], 1023)] for k < n, by in-register look-ups
+// (VBMI) or gathers (AVX2), or by the table's shift.
+void lookUp8Avx2(const std::uint16_t *in, std::size_t n, const OutputTable &table, std::uint8_t *out);
+void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const OutputTable &table, std::uint8_t *out);
 
 // The 8-bit triples of n <= kBlock pixels held as three planes of values
 // below 1024: values[c][k] goes through tables[c] to out[3 * k + slot[c]]
 // (VBMI).
-void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n, const std::uint8_t *const tables[3],
+void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n, const OutputTable *const tables[3],
                   const unsigned slot[3], std::uint8_t *out);
 
 // The colour matrix, look-up and 8-bit triples of n pixels held as three
@@ -39,7 +51,7 @@ void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n, const st
 // bits (the sums then never wrap): row c of the matrix gives the value that
 // goes through tables[c] to out[3 * k + slot[c]] (VBMI).
 void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
-                        const std::int16_t matrix[9], const std::uint8_t *const tables[3], const unsigned slot[3],
+                        const std::int16_t matrix[9], const OutputTable *const tables[3], const unsigned slot[3],
                         std::uint8_t *out);
 
 } // namespace quorin::image::vec

@@ -93,10 +93,18 @@ void fill(Scenario &s, std::mt19937 &rng, const Area &a, Content content, bool c
         s.gainB[i] = static_cast<std::uint16_t>(997 + rng() % 50);
     }
     s.luts.resize(6 * 1024);
-    const int lutKind = static_cast<int>(rng() % 3);
+    // Straight tables (which the fast output computes instead of looking
+    // up), inverted, random, or per channel: straight, doubled (straight
+    // with another shift) and straight but for one entry.
+    const int lutKind = static_cast<int>(rng() % 4);
     for (std::size_t i = 0; i < s.luts.size(); ++i) {
-        const std::uint32_t v = i % 1024;
-        s.luts[i] = static_cast<std::uint16_t>(lutKind == 0 ? v : lutKind == 1 ? 1023 - v : rng() % 2100);
+        const std::uint32_t v = i % 1024, table = static_cast<std::uint32_t>(i / 1024) % 3;
+        std::uint32_t entry = lutKind == 0 ? v : lutKind == 1 ? 1023 - v : lutKind == 2 ? rng() % 2100 : v;
+        if (lutKind == 3 && table == 1)
+            entry = 2 * v;
+        if (lutKind == 3 && table == 2 && v == 700)
+            entry = 9;
+        s.luts[i] = static_cast<std::uint16_t>(entry);
     }
     // Defects: scattered, clustered with their neighbours, some outside the area.
     const std::uint32_t count = rng() % 3 == 0 ? 0 : 1 + rng() % 1024;
