@@ -609,13 +609,32 @@ QUORIN_LANES_KERNEL(SmoothRowNarrow,
                   smoothRow(c0, work, row, w, odd, last, x); // rows too short for a block
               });
 
+// The same with the intrinsic kernels of AVX-512 and AVX2 (see
+// vector_rows.h), which divide by a reciprocal multiplication; rows too
+// short for their blocks one by one.
+void smoothRowAvx512(const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last)
+{
+    const auto from = static_cast<uint32_t>(vec::smoothGreenAvx512(c0, work, row, w, odd, last));
+    smoothRow(c0, work, row, w, odd, last, from);
+}
+
+void smoothRowAvx2(const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last)
+{
+    const auto from = static_cast<uint32_t>(vec::smoothGreenAvx2(c0, work, row, w, odd, last));
+    smoothRow(c0, work, row, w, odd, last, from);
+}
+
 void greenSmoothing(const Frame &f, bool narrow)
 {
     const Area &a = f.area;
     const size_t w = a.w;
     if (a.h < 3 || a.w < 3)
         return;
-    const auto kernel = narrow ? SmoothRowNarrow::pick() : SmoothRow::pick();
+    auto kernel = narrow ? SmoothRowNarrow::pick() : SmoothRow::pick();
+    if (narrow && vec::avx512Active())
+        kernel = smoothRowAvx512;
+    else if (narrow && vec::avx2Active())
+        kernel = smoothRowAvx2;
     const int pairs = static_cast<int>((a.h - 1) / 2); // odd rows 1 .. H-2
 #pragma omp parallel for schedule(static)
     for (int p = 0; p < pairs; ++p) {

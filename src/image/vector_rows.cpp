@@ -13,6 +13,7 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 
 #define QUORIN_TARGET_AVX2 __attribute__((target("avx2")))
+#define QUORIN_TARGET_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl")))
 #define QUORIN_TARGET_VBMI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi")))
 
 namespace quorin::image::vec {
@@ -118,6 +119,12 @@ QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(const std::uint1
     return _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
 }
 
+// ceil(2^18 / weight) for the smoothing's weights 5 to 12: the high half
+// of sum * entry, shifted right by 2, is sum / weight truncated for every
+// sum below 12288 (weight 4 means no neighbour counted: the value stays).
+alignas(64) constexpr std::uint16_t kReciprocal[32] = {0,     0,     0,     0,     0,     52429, 43691, 37450,
+                                                       32768, 29128, 26215, 23832, 21846};
+
 } // namespace
 
 OutputTable::OutputTable(const std::uint16_t *table, std::uint32_t outputShift)
@@ -138,6 +145,11 @@ OutputTable::OutputTable(const std::uint16_t *table, std::uint32_t outputShift)
 bool avx2Active()
 {
     return simd::active() >= simd::Level::Avx2;
+}
+
+bool avx512Active()
+{
+    return simd::active() == simd::Level::Avx512;
 }
 
 bool vbmiActive()
@@ -296,6 +308,96 @@ QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std:
         bySlot[slot[c]] = lookUp64(a, b, *tables[c]);
     }
     storeTriples(bySlot, n, out);
+}
+
+QUORIN_TARGET_AVX512 std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, std::size_t row,
+                                                   std::size_t w, std::uint32_t odd, std::uint32_t last)
+{
+    constexpr std::uint32_t kLanes = 32;
+    const auto end = static_cast<std::uint32_t>(w) - 1;
+    if (w < 2 + kLanes)
+        return 1;
+    const __m512i reciprocal = _mm512_load_si512(kReciprocal);
+    const __m512i fifty = _mm512_set1_epi16(50), twentyFive = _mm512_set1_epi16(25);
+    const __m512i one = _mm512_set1_epi16(1), four = _mm512_set1_epi16(4);
+    for (std::uint32_t x = 1;; x += kLanes) {
+        // The last block ends at the last column, over columns done
+        // already: it writes the same values again.
+        x = std::min(x, end - kLanes);
+        const std::uint16_t *p = copy + row + x;
+        const __m512i c = _mm512_loadu_si512(p);
+        __m512i sum = _mm512_slli_epi16(c, 2), weight = four;
+        for (const std::uint16_t *n : {p - w - 1, p - w + 1, p + w - 1, p + w + 1}) {
+            const __m512i v = _mm512_loadu_si512(n);
+            const __m512i d = _mm512_abs_epi16(_mm512_sub_epi16(c, v));
+            const __mmask32 within50 = _mm512_cmplt_epu16_mask(d, fifty);
+            const __mmask32 within25 = _mm512_cmplt_epu16_mask(d, twentyFive);
+            sum = _mm512_mask_add_epi16(sum, within50, sum, v);
+            sum = _mm512_mask_add_epi16(sum, within25, sum, v);
+            weight = _mm512_mask_add_epi16(weight, within50, weight, one);
+            weight = _mm512_mask_add_epi16(weight, within25, weight, one);
+        }
+        __m512i mean = _mm512_srli_epi16(_mm512_mulhi_epu16(sum, _mm512_permutexvar_epi16(weight, reciprocal)), 2);
+        mean = _mm512_mask_mov_epi16(mean, _mm512_cmpeq_epi16_mask(weight, four), c);
+        __mmask32 green = ((x ^ odd) & 1u) != 0 ? 0x55555555u : 0xAAAAAAAAu;
+        if (last < x + kLanes - 1)
+            green &= last < x ? 0u : (std::uint32_t{2} << (last - x)) - 1;
+        _mm512_mask_storeu_epi16(work + row + x, green, mean);
+        if (x + kLanes == end)
+            return end;
+    }
+}
+
+QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row,
+                                               std::size_t w, std::uint32_t odd, std::uint32_t last)
+{
+    constexpr std::uint32_t kLanes = 16;
+    const auto end = static_cast<std::uint32_t>(w) - 1;
+    if (w < 2 + kLanes)
+        return 1;
+    // The reciprocal of a weight (below 16) by two byte look-ups.
+    std::uint8_t lowBytes[16], highBytes[16];
+    for (int k = 0; k < 16; ++k) {
+        lowBytes[k] = static_cast<std::uint8_t>(kReciprocal[k]);
+        highBytes[k] = static_cast<std::uint8_t>(kReciprocal[k] >> 8);
+    }
+    const __m256i reciprocalLow = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(lowBytes)));
+    const __m256i reciprocalHigh =
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(highBytes)));
+    const __m256i lowByte = _mm256_set1_epi16(0xFF);
+    const __m256i fifty = _mm256_set1_epi16(50), twentyFive = _mm256_set1_epi16(25);
+    const __m256i four = _mm256_set1_epi16(4);
+    const __m256i alternate = _mm256_set1_epi32(0x0000FFFF); // lanes 0, 2, 4, ...
+    const __m256i column = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    for (std::uint32_t x = 1;; x += kLanes) {
+        x = std::min(x, end - kLanes);
+        const std::uint16_t *p = copy + row + x;
+        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+        __m256i sum = _mm256_slli_epi16(c, 2), weight = four;
+        for (const std::uint16_t *n : {p - w - 1, p - w + 1, p + w - 1, p + w + 1}) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(n));
+            const __m256i d = _mm256_abs_epi16(_mm256_sub_epi16(c, v));
+            // All ones (-1) where within 50 and where within 25.
+            const __m256i within50 = _mm256_cmpgt_epi16(fifty, d), within25 = _mm256_cmpgt_epi16(twentyFive, d);
+            sum = _mm256_add_epi16(sum, _mm256_and_si256(v, within50));
+            sum = _mm256_add_epi16(sum, _mm256_and_si256(v, within25));
+            weight = _mm256_sub_epi16(_mm256_sub_epi16(weight, within50), within25);
+        }
+        const __m256i reciprocal =
+            _mm256_or_si256(_mm256_and_si256(_mm256_shuffle_epi8(reciprocalLow, weight), lowByte),
+                            _mm256_slli_epi16(_mm256_shuffle_epi8(reciprocalHigh, weight), 8));
+        __m256i mean = _mm256_srli_epi16(_mm256_mulhi_epu16(sum, reciprocal), 2);
+        mean = _mm256_blendv_epi8(mean, c, _mm256_cmpeq_epi16(weight, four));
+        // Green lanes up to the last column keep the mean, the others their value.
+        __m256i green = ((x ^ odd) & 1u) != 0 ? alternate : _mm256_slli_epi32(alternate, 16);
+        const auto reach = static_cast<std::int16_t>(std::min<std::uint32_t>(last - std::min(last, x) + 1, 16) - 1);
+        green = _mm256_andnot_si256(_mm256_cmpgt_epi16(column, _mm256_set1_epi16(last < x ? -1 : reach)), green);
+        std::uint16_t *out = work + row + x;
+        const __m256i old = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(out));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm256_blendv_epi8(old, mean, green));
+        if (x + kLanes == end)
+            return end;
+    }
 }
 
 } // namespace quorin::image::vec

@@ -29,6 +29,8 @@ struct OutputTable {
 bool avx2Active();
 // The active level is AVX-512 and the processor has VBMI.
 bool vbmiActive();
+// The active level is AVX-512.
+bool avx512Active();
 
 // Unpacks whole blocks of four groups (20 bytes, 16 values) from in to out
 // while every byte read lies among the first `readable` bytes of in (AVX2).
@@ -53,5 +55,18 @@ void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n, const Ou
 void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
                         const std::int16_t matrix[9], const OutputTable *const tables[3], const unsigned slot[3],
                         std::uint8_t *out);
+
+// Adaptive smoothing of the green sites of one row of a mosaic whose values
+// are all below 1024: for each column x from 1 with ((x ^ odd) & 1) set and
+// x <= last, work[row + x] becomes the weighted mean of copy[row + x]
+// (weight 4) and its four diagonal neighbours in copy (weight 2 within 25
+// of it, 1 within 50, else 0), truncated. Runs in blocks of 32 columns
+// (AVX-512) or 16 (AVX2) while a block fits between column 1 and column
+// w - 2; returns the first column it did not reach (w - 1 when it did
+// them all, 1 when the row is too short for a block).
+std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, std::size_t row, std::size_t w,
+                              std::uint32_t odd, std::uint32_t last);
+std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row, std::size_t w,
+                            std::uint32_t odd, std::uint32_t last);
 
 } // namespace quorin::image::vec

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 #include <vector>
 
@@ -15,7 +16,9 @@ using namespace quorin::image;
 
 namespace {
 
-enum class Content { Random, Saturated, Zero, Checkerboard, Smooth };
+// Grainy: a flat grey with noise of +-60, so that neighbours fall on both
+// sides of every threshold of the smoothing and the interpolation.
+enum class Content { Random, Saturated, Zero, Checkerboard, Smooth, Grainy };
 
 // One frame's inputs, owned; two copies run through the two pipelines.
 struct Scenario {
@@ -66,6 +69,9 @@ void fill(Scenario &s, std::mt19937 &rng, const Area &a, Content content, bool c
             break;
         case Content::Smooth:
             values[i] = static_cast<std::uint16_t>((x * 3 + y * 2 + (rng() & 7)) & 1023);
+            break;
+        case Content::Grainy:
+            values[i] = static_cast<std::uint16_t>(440 + rng() % 121);
             break;
         }
     }
@@ -211,12 +217,12 @@ TEST_P(PipelineMatchesReference, OnRandomAndAdversarialFrames)
         GTEST_SKIP() << "this processor does not run " << simd::name(static_cast<simd::Level>(GetParam()));
     std::mt19937 rng(1234 + GetParam());
     const Content contents[] = {Content::Random, Content::Saturated, Content::Zero, Content::Checkerboard,
-                                Content::Smooth};
+                                Content::Smooth, Content::Grainy};
     int runs = 0;
     for (const Area &area : kAreas)
         for (int repeat = 0; repeat < (area.w >= 512 ? 3 : 12); ++repeat) {
             const bool colour = (repeat & 1) != 0;
-            const Content content = contents[rng() % 5];
+            const Content content = contents[rng() % std::size(contents)];
             Scenario s;
             fill(s, rng, area, content, colour);
             configure(s.f, rng, area.w % 8 == 0);
@@ -245,7 +251,7 @@ TEST_P(PipelineMatchesReference, EightBitColourOnEveryAreaAndContent)
         GTEST_SKIP() << "this processor does not run " << simd::name(static_cast<simd::Level>(GetParam()));
     std::mt19937 rng(4321 + GetParam());
     const Content contents[] = {Content::Random, Content::Saturated, Content::Zero, Content::Checkerboard,
-                                Content::Smooth};
+                                Content::Smooth, Content::Grainy};
     int runs = 0;
     for (const Area &area : kAreas)
         for (int repeat = 0; repeat < (area.w >= 512 ? 1 : 3); ++repeat)
