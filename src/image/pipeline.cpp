@@ -134,8 +134,7 @@ constexpr std::int16_t kColumn[32] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10
 #define QUORIN_LANES_MAGNITUDE(v)                                                                                      \
     ({                                                                                                                 \
         const V v_ = (v);                                                                                              \
-        const V s_ = v_ >> 15;                                                                                         \
-        (v_ ^ s_) - s_;                                                                                                \
+        v_ < 0 ? -v_ : v_;                                                                                             \
     })
 #define QUORIN_LANES_CLAMP(v)                                                                                          \
     ({                                                                                                                 \
