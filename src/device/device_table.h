@@ -72,6 +72,7 @@ struct LastImage {
     image::ImageLayout layout; // None until a transfer succeeded
     std::uint32_t blueFirst; // triples stored blue, green, red
     std::uint32_t pixels;    // the frame's width x height
+    std::uint32_t width;
     std::uint32_t memory;    // a recorded frame: the tables of row 1
     std::uint32_t matrixOn;  // the matrix the frame was processed with
     std::int32_t matrix[9];

@@ -42,8 +42,9 @@ inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
 // workImage; colour frames leave finished triples in rgbImage, except the
 // 8-bit path, which keeps its colours as three planes before the colour
 // matrix and look-up: red at rgbImage, green at previousFrame, blue at
-// rgbImage + w * h.
-enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes };
+// rgbImage + w * h; with SplitPlanes each row of a plane holds its even
+// columns, then its odd ones.
+enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes };
 
 struct Frame {
     Area area;

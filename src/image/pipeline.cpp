@@ -655,9 +655,17 @@ bool innerRow(uint32_t y, const Area &a)
 // the RGB image in the layout's order (stride 3), or as three planes
 // (stride 1) when only the 8-bit result is wanted, which lets the compiler
 // vectorise the passes.
+// Planes may also keep split rows (see vector_rows.h): each row's even
+// columns, then its odd ones.
 template <size_t S> struct Planes {
     uint16_t *c[3]; // red, green, blue: pixel i at c[colour][i * S]
-    uint16_t &at(unsigned colour, size_t i) const { return c[colour][i * S]; }
+    size_t w = 0;
+    size_t half = 0; // split rows: (w + 1) / 2, else 0
+    uint16_t &at(unsigned colour, uint32_t x, uint32_t y) const
+    {
+        const size_t column = half == 0 ? x : (x & 1u) * half + x / 2;
+        return c[colour][(size_t{y} * w + column) * S];
+    }
 };
 
 template <size_t S> struct ColourJob {
@@ -666,6 +674,8 @@ template <size_t S> struct ColourJob {
     // Every mosaic value is below 1024, so the planar passes may compute in
     // 16-bit lanes (every intermediate then stays within +-8192).
     bool narrow = false;
+    // Split rows: the mosaic split likewise, which the kernels read.
+    uint16_t *splitMosaic = nullptr;
 };
 
 
@@ -679,10 +689,10 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
     const uint16_t *m = f.work;
     const int32_t c = m[i];
     if (((x ^ y) & 1) != 0) {
-        job.p.at(kGreen, i) = static_cast<uint16_t>(c);
+        job.p.at(kGreen, x, y) = static_cast<uint16_t>(c);
         return;
     }
-    job.p.at((y & 1) ? kBlue : kRed, i) = static_cast<uint16_t>(c);
+    job.p.at((y & 1) ? kBlue : kRed, x, y) = static_cast<uint16_t>(c);
     int32_t sum = 0;
     int n = 0;
     if (x > 0) {
@@ -701,7 +711,7 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
         sum += m[i + w];
         ++n;
     }
-    job.p.at(kGreen, i) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
+    job.p.at(kGreen, x, y) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
 }
 
 // The gradient-guided green of a red or blue site, written without
@@ -807,10 +817,20 @@ template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, Plan
     }
 }
 
+// Pass 2 over an inner row of split rows (see vector_rows.h).
+void greenInnerSplit(const ColourJob<1> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    vec::greenSplitAvx512(job.splitMosaic, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], size_t{y} * f.area.w,
+                          f.area.w, y & 1);
+}
+
 template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
 {
     if constexpr (S == 1)
-        return job.narrow ? GreenInnerNarrow::pick() : GreenInnerPlanar::pick();
+        return job.p.half != 0 ? greenInnerSplit
+               : job.narrow    ? GreenInnerNarrow::pick()
+                               : GreenInnerPlanar::pick();
     else
         return nullptr; // interleaved triples use the plain loops
 }
@@ -921,8 +941,8 @@ template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, ui
     auto line = [&](bool hasA, size_t ia, bool hasB, size_t ib) -> int32_t {
         return hasA && hasB ? (m[ia] + m[ib]) >> 1 : hasA ? m[ia] : hasB ? m[ib] : 0;
     };
-    job.p.at((y & 1) ? kBlue : kRed, i) = static_cast<uint16_t>(line(x > 0, i - 1, x + 1 < a.w, i + 1));
-    job.p.at((y & 1) ? kRed : kBlue, i) = static_cast<uint16_t>(line(y > 0, i - w, y + 1 < a.h, i + w));
+    job.p.at((y & 1) ? kBlue : kRed, x, y) = static_cast<uint16_t>(line(x > 0, i - 1, x + 1 < a.w, i + 1));
+    job.p.at((y & 1) ? kRed : kBlue, x, y) = static_cast<uint16_t>(line(y > 0, i - w, y + 1 < a.h, i + w));
 }
 
 template <size_t S> void redBlueAtGreenRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
@@ -952,10 +972,21 @@ template <size_t S> void redBlueAtGreenRow(const ColourJob<S> &job, uint32_t y, 
     }
 }
 
+// Pass 3 over an inner row of split rows.
+void lineInnerSplit(const ColourJob<1> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const uint32_t odd = y & 1;
+    vec::lineSplitAvx512(job.splitMosaic, job.p.c[kGreen], job.p.c[odd ? kBlue : kRed], job.p.c[odd ? kRed : kBlue],
+                         size_t{y} * f.area.w, f.area.w, odd);
+}
+
 template <size_t S> PlanarRowKernel lineKernel(const ColourJob<S> &job)
 {
     if constexpr (S == 1)
-        return job.narrow ? LineInnerNarrow::pick() : LineInnerPlanar::pick();
+        return job.p.half != 0 ? lineInnerSplit
+               : job.narrow    ? LineInnerNarrow::pick()
+                               : LineInnerPlanar::pick();
     else
         return nullptr; // interleaved triples use the plain loops
 }
@@ -1165,7 +1196,7 @@ template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x
                 ++n;
             }
         }
-    job.p.at((y & 1) ? kRed : kBlue, size_t{y} * w + x) = static_cast<uint16_t>(n == 0 ? 0 : borderMean(sum, n));
+    job.p.at((y & 1) ? kRed : kBlue, x, y) = static_cast<uint16_t>(n == 0 ? 0 : borderMean(sum, n));
 }
 
 template <size_t S> void redBlueAtRedBlueRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
@@ -1195,10 +1226,21 @@ template <size_t S> void redBlueAtRedBlueRow(const ColourJob<S> &job, uint32_t y
     }
 }
 
+// Pass 4 over an inner row of split rows.
+void diagonalInnerSplit(const ColourJob<1> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const uint32_t odd = y & 1;
+    vec::diagonalSplitAvx512(job.splitMosaic, job.p.c[kGreen], job.p.c[odd ? kRed : kBlue], size_t{y} * f.area.w,
+                             f.area.w, odd);
+}
+
 template <size_t S> PlanarRowKernel diagonalKernel(const ColourJob<S> &job)
 {
     if constexpr (S == 1)
-        return job.narrow ? DiagonalInnerNarrow::pick() : DiagonalInnerPlanar::pick();
+        return job.p.half != 0 ? diagonalInnerSplit
+               : job.narrow    ? DiagonalInnerNarrow::pick()
+                               : DiagonalInnerPlanar::pick();
     else
         return nullptr; // interleaved triples use the plain loops
 }
@@ -1210,10 +1252,9 @@ template <size_t S> void redBlueAtEdges(const ColourJob<S> &job)
     const Area &a = job.f->area;
     if (a.h > 1) {
         for (uint32_t x = 0; x < a.w; x += 2)
-            job.p.at(kBlue, x) = job.p.at(kBlue, a.w + x);
-        const size_t last = size_t{a.h - 1} * a.w, above = last - a.w;
+            job.p.at(kBlue, x, 0) = job.p.at(kBlue, x, 1);
         for (uint32_t x = 1; x < a.w; x += 2)
-            job.p.at(kRed, last + x) = job.p.at(kRed, above + x);
+            job.p.at(kRed, x, a.h - 1) = job.p.at(kRed, x, a.h - 2);
     }
 }
 
@@ -1293,15 +1334,23 @@ public:
         const size_t w = f_.area.w, row = size_t{y} * w;
         const OutputTable *tables[3] = {&r0_, &r1_, &r2_};
         if (matrixNarrow_) {
-            vec::matrixTriples8Vbmi(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, narrowMatrix_, tables,
-                                    slot_, dest_ + 3 * row);
+            vec::matrixTriples8Vbmi(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, job_.p.half,
+                                    narrowMatrix_, tables, slot_, dest_ + 3 * row);
             return;
         }
         const OutputTable *reduced[3] = {&r0_, &r1_, &r2_};
-        uint16_t values[3][kBlock];
+        uint16_t values[3][kBlock], joined[3][kBlock];
         for (size_t x0 = 0; x0 < w; x0 += kBlock) {
             const size_t n = std::min(kBlock, w - x0);
             const uint16_t *in[3] = {job_.p.c[0] + row + x0, job_.p.c[1] + row + x0, job_.p.c[2] + row + x0};
+            if (job_.p.half != 0) {
+                // Split rows: the block's pixels in their order first.
+                for (unsigned c = 0; c < 3; ++c) {
+                    for (size_t k = 0; k < n; ++k)
+                        joined[c][k] = job_.p.at(c, static_cast<uint32_t>(x0 + k), y);
+                    in[c] = joined[c];
+                }
+            }
             if (f_.matrixOn)
                 matrix_(f_.matrix, in[0], in[1], in[2], n, values);
             else
@@ -1352,6 +1401,21 @@ void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
 #endif
         const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
         const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
+        // Split rows: the mosaic's rows are split just before the green
+        // plane first reads them, while they are in cache, except the first
+        // and last three of the band, which the band's first and last green
+        // rows and the neighbouring bands read.
+        const bool split = job.splitMosaic != nullptr;
+        auto splitRow = [&](uint32_t y) {
+            vec::splitRowAvx512(job.f->work + size_t{y} * a.w, a.w, job.splitMosaic + size_t{y} * a.w);
+        };
+        const uint32_t lateFrom = std::min(first + 3, end), lateEnd = std::max(lateFrom, std::max(end, 3u) - 3);
+        if (split) {
+            for (uint32_t y = first; y < end; ++y)
+                if (y < lateFrom || y >= lateEnd)
+                    splitRow(y);
+#pragma omp barrier
+        }
         if (first < end) {
             greenPlaneRow(job, first, green);
             if (end - 1 > first)
@@ -1359,6 +1423,8 @@ void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
         }
 #pragma omp barrier
         for (uint32_t y = first; y < end; ++y) {
+            if (split && y + 3 >= lateFrom && y + 3 < lateEnd)
+                splitRow(y + 3);
             if (y + 2 < end)
                 greenPlaneRow(job, y + 1, green);
             redBlueAtGreenRow(job, y, line);
@@ -1435,14 +1501,19 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
         // Only the 8-bit result is wanted: planes, with green in the
         // smoothing copy's buffer (free again) and red and blue in the RGB
         // image's.
+        // With AVX-512 VBMI and rows wide enough, split rows, with the split
+        // mosaic in the RGB image's third part.
         const size_t n = a.pixels();
-        const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}}, narrow};
+        const bool split = narrow && vec::vbmiActive() && a.w >= vec::kSplitMinWidth;
+        ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w, split ? (a.w + 1) / 2 : 0}, narrow};
+        if (split)
+            job.splitMosaic = f.rgb + 2 * n;
         interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
-        return ImageLayout::Planes;
+        return split ? ImageLayout::SplitPlanes : ImageLayout::Planes;
     }
     const unsigned dm = f.demosaicMethod;
     const ColourJob<3> job{
-        &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}}};
+        &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}, a.w}};
     interpolate(job);
     finishInterleaved(job);
     outputColour(f, sixteenBit, dest);

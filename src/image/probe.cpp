@@ -25,9 +25,16 @@ bool lastImagePixel(std::uint32_t deviceNo, std::uint32_t index, std::uint32_t r
         for (unsigned c = 0; c < 3; ++c)
             triple[c] = b.rgbImage[deviceNo][std::size_t{3} * index + c];
     } else {
-        triple[red] = b.rgbImage[deviceNo][index];
-        triple[1] = b.previousFrame[deviceNo][index];
-        triple[blue] = b.rgbImage[deviceNo][std::size_t{last.pixels} + index];
+        std::size_t at = index;
+        if (last.layout == ImageLayout::SplitPlanes) {
+            // Even columns first in each row; an index past the frame's
+            // rows reads the buffer as it stands.
+            const std::size_t w = last.width, x = index % w, split = index - x + (x & 1) * ((w + 1) / 2) + x / 2;
+            at = split < kProbePixels ? split : index;
+        }
+        triple[red] = b.rgbImage[deviceNo][at];
+        triple[1] = b.previousFrame[deviceNo][at];
+        triple[blue] = b.rgbImage[deviceNo][std::size_t{last.pixels} + at];
         const Area one{1, 1, 0, 0};
         const std::uint32_t demosaic = last.blueFirst ? 1 : 0;
         if (last.matrixOn)

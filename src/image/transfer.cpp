@@ -184,6 +184,7 @@ std::uint32_t finish(std::uint32_t deviceNo, bool memory, std::int32_t bitDepth,
     last.layout = image::process(f, bitDepth == 16, dest);
     last.blueFirst = f.demosaicMethod == 1 ? 1 : 0;
     last.pixels = static_cast<std::uint32_t>(f.area.pixels());
+    last.width = f.area.w;
     last.memory = memory ? 1 : 0;
     last.matrixOn = f.matrixOn ? 1 : 0;
     for (int i = 0; i < 9; ++i)

@@ -27,16 +27,20 @@ bool processorHasVbmi()
 
 // Byte indices of the interleave of three 64-byte planes S0, S1, S2 into
 // three 64-byte vectors: byte p of vector o is output byte P = 64 o + p,
-// pixel P / 3, slot P % 3.
+// pixel P / 3, slot P % 3. In the planes pixel k is byte k, or, for split
+// rows, byte k / 2 (even pixels) or 32 + k / 2 (odd pixels).
 struct Interleave {
     std::array<std::array<std::uint8_t, 64>, 3> firstTwo{}; // slot 0: pixel, slot 1: 64 + pixel
     std::array<std::array<std::uint8_t, 64>, 3> third{};    // pixel, used where the slot is 2
     std::array<std::uint64_t, 3> thirdMask{};
-    constexpr Interleave()
+    constexpr explicit Interleave(bool split)
     {
         for (unsigned o = 0; o < 3; ++o)
             for (unsigned p = 0; p < 64; ++p) {
-                const unsigned P = 64 * o + p, k = P / 3, s = P % 3;
+                const unsigned P = 64 * o + p, s = P % 3;
+                unsigned k = P / 3;
+                if (split)
+                    k = (k & 1) ? 32 + k / 2 : k / 2;
                 firstTwo[o][p] = static_cast<std::uint8_t>(s == 1 ? 64 + k : k);
                 third[o][p] = static_cast<std::uint8_t>(k);
                 if (s == 2)
@@ -44,7 +48,7 @@ struct Interleave {
             }
     }
 };
-constexpr Interleave kInterleave;
+constexpr Interleave kInterleave(false), kInterleaveSplit(true);
 
 // Even bytes of two vectors: the low bytes of their 16-bit lanes, a then b.
 constexpr std::array<std::uint8_t, 64> kEvenBytes = [] {
@@ -209,7 +213,8 @@ QUORIN_TARGET_VBMI void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, cons
 
 // Interleaves three 64-byte planes (in slot order) into 3 n bytes at out.
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i bySlot[3], std::size_t n,
-                                                                 std::uint8_t *out)
+                                                                 std::uint8_t *out,
+                                                                 const Interleave &kInterleave = vec::kInterleave)
 {
     const std::size_t bytes = 3 * n;
     for (unsigned o = 0; o < 3; ++o) {
@@ -229,10 +234,11 @@ namespace {
 // The matrix kernel's loop for one order of the slots (red first, or blue
 // first) and for look-ups (Straight false) or shifts by the tables' own
 // shifts (Straight true), so that the channels stay in registers.
-template <bool BlueFirst, bool Straight>
+template <bool BlueFirst, bool Straight, bool Split>
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void
 matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
-                  const std::int16_t matrix[9], const OutputTable *const tables[3], std::uint8_t *out)
+                  std::size_t half, const std::int16_t matrix[9], const OutputTable *const tables[3],
+                  std::uint8_t *out)
 {
     // Pairs (red, green) and (blue, 0) of 16-bit lanes multiply-add with
     // pairs of coefficients into 32-bit sums.
@@ -250,10 +256,20 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
         const std::size_t left = n - k;
         __m512i channel[3][2];
         for (unsigned h = 0; h < 2; ++h) {
-            const __mmask32 lanes = h == 0 ? firstHalf(left) : secondHalf(left);
-            const __m512i rv = _mm512_maskz_loadu_epi16(lanes, r + k + 32 * h);
-            const __m512i gv = _mm512_maskz_loadu_epi16(lanes, g + k + 32 * h);
-            const __m512i bv = _mm512_maskz_loadu_epi16(lanes, b + k + 32 * h);
+            // Natural rows: pixels k .. k + 31, then k + 32 .. k + 63; split
+            // rows: the even pixels of the block, then the odd ones.
+            __mmask32 lanes;
+            std::size_t at;
+            if constexpr (Split) {
+                lanes = firstHalf(h == 0 ? (left + 1) / 2 : left / 2);
+                at = h * half + k / 2;
+            } else {
+                lanes = h == 0 ? firstHalf(left) : secondHalf(left);
+                at = k + 32 * h;
+            }
+            const __m512i rv = _mm512_maskz_loadu_epi16(lanes, r + at);
+            const __m512i gv = _mm512_maskz_loadu_epi16(lanes, g + at);
+            const __m512i bv = _mm512_maskz_loadu_epi16(lanes, b + at);
             const __m512i rgLow = _mm512_unpacklo_epi16(rv, gv), rgHigh = _mm512_unpackhi_epi16(rv, gv);
             const __m512i bLow = _mm512_unpacklo_epi16(bv, zero), bHigh = _mm512_unpackhi_epi16(bv, zero);
             for (unsigned c = 0; c < 3; ++c) {
@@ -277,25 +293,35 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
             }
         }
         const __m512i bySlot[3] = {bytes[BlueFirst ? 2 : 0], bytes[1], bytes[BlueFirst ? 0 : 2]};
-        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k);
+        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k, Split ? kInterleaveSplit : kInterleave);
     }
 }
 
 } // namespace
 
 QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
-                                           std::size_t n, const std::int16_t matrix[9],
+                                           std::size_t n, std::size_t half, const std::int16_t matrix[9],
                                            const OutputTable *const tables[3], const unsigned slot[3],
                                            std::uint8_t *out)
 {
     const bool blueFirst = slot[0] == 2;
     const bool straight = tables[0]->shift >= 0 && tables[1]->shift >= 0 && tables[2]->shift >= 0;
-    if (blueFirst)
-        straight ? matrixTriplesLoop<true, true>(r, g, b, n, matrix, tables, out)
-                 : matrixTriplesLoop<true, false>(r, g, b, n, matrix, tables, out);
-    else
-        straight ? matrixTriplesLoop<false, true>(r, g, b, n, matrix, tables, out)
-                 : matrixTriplesLoop<false, false>(r, g, b, n, matrix, tables, out);
+    const unsigned variant = (blueFirst ? 4 : 0) | (straight ? 2 : 0) | (half != 0 ? 1 : 0);
+    switch (variant) {
+#define QUORIN_MATRIX_VARIANT(v)                                                                                       \
+    case v:                                                                                                            \
+        matrixTriplesLoop<(v & 4) != 0, (v & 2) != 0, (v & 1) != 0>(r, g, b, n, half, matrix, tables, out);           \
+        break;
+        QUORIN_MATRIX_VARIANT(0)
+        QUORIN_MATRIX_VARIANT(1)
+        QUORIN_MATRIX_VARIANT(2)
+        QUORIN_MATRIX_VARIANT(3)
+        QUORIN_MATRIX_VARIANT(4)
+        QUORIN_MATRIX_VARIANT(5)
+        QUORIN_MATRIX_VARIANT(6)
+        QUORIN_MATRIX_VARIANT(7)
+#undef QUORIN_MATRIX_VARIANT
+    }
 }
 
 QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n,
@@ -397,6 +423,202 @@ QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::u
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm256_blendv_epi8(old, mean, green));
         if (x + kLanes == end)
             return end;
+    }
+}
+
+namespace {
+
+constexpr std::uint16_t kEvenWords[32] = {0,  2,  4,  6,  8,  10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30,
+                                          32, 34, 36, 38, 40, 42, 44, 46, 48, 50, 52, 54, 56, 58, 60, 62};
+constexpr std::uint16_t kOddWords[32] = {1,  3,  5,  7,  9,  11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31,
+                                         33, 35, 37, 39, 41, 43, 45, 47, 49, 51, 53, 55, 57, 59, 61, 63};
+
+// A split row: columns col, col + 2, ..., col + 62 of the row at rowStart,
+// which lie side by side in the half of col's parity.
+struct SplitRow {
+    std::size_t half;
+    QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline __m512i at(const std::uint16_t *rowStart, std::size_t col) const
+    {
+        return _mm512_loadu_si512(rowStart + (col & 1) * half + col / 2);
+    }
+    std::uint16_t *place(std::uint16_t *rowStart, std::size_t col) const { return rowStart + (col & 1) * half + col / 2; }
+};
+
+QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline __m512i clamp1023(__m512i v)
+{
+    return _mm512_min_epi16(_mm512_max_epi16(v, _mm512_setzero_si512()), _mm512_set1_epi16(1023));
+}
+
+QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline __mmask32 below(__m512i v, int limit)
+{
+    return _mm512_cmplt_epi16_mask(v, _mm512_set1_epi16(static_cast<short>(limit)));
+}
+
+// The sites of parity `parity` among columns from .. to: the first one and
+// their number.
+struct Sites {
+    std::size_t first = 0, count = 0;
+    Sites(std::size_t from, std::size_t to, std::uint32_t parity)
+    {
+        first = from + ((from ^ parity) & 1u);
+        if (to >= first)
+            count = (to - first) / 2 + 1;
+    }
+};
+
+// The colour of a green site from one line of neighbours: their colours
+// ca, cb and greens ga, gb, and the site's green g.
+QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline __m512i fromLine(__m512i ca, __m512i cb, __m512i g, __m512i ga,
+                                                                  __m512i gb)
+{
+    const __m512i toA = _mm512_sub_epi16(g, ga), toB = _mm512_sub_epi16(g, gb);
+    const __m512i lap = _mm512_add_epi16(toA, toB);
+    const __m512i da = _mm512_abs_epi16(toA), db = _mm512_abs_epi16(toB);
+    // The flat and the steady case are the same sum.
+    const __m512i flat = _mm512_srai_epi16(_mm512_add_epi16(_mm512_add_epi16(ca, cb), lap), 1);
+    __m512i v = _mm512_mask_mov_epi16(_mm512_add_epi16(ca, toA), _mm512_cmpge_epi16_mask(da, db),
+                                      _mm512_add_epi16(cb, toB));
+    v = _mm512_mask_mov_epi16(v, (below(da, 100) & below(db, 100)) | below(_mm512_abs_epi16(lap), 200), flat);
+    return clamp1023(v);
+}
+
+} // namespace
+
+QUORIN_TARGET_AVX512 void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out)
+{
+    const std::size_t half = (w + 1) / 2;
+    const __m512i even = _mm512_loadu_si512(kEvenWords), odd = _mm512_loadu_si512(kOddWords);
+    std::size_t k = 0;
+    for (; k + 64 <= w; k += 64) {
+        const __m512i a = _mm512_loadu_si512(in + k), b = _mm512_loadu_si512(in + k + 32);
+        _mm512_storeu_si512(out + k / 2, _mm512_permutex2var_epi16(a, even, b));
+        _mm512_storeu_si512(out + half + k / 2, _mm512_permutex2var_epi16(a, odd, b));
+    }
+    if (k < w) {
+        const std::size_t left = w - k;
+        const __m512i a = _mm512_maskz_loadu_epi16(firstHalf(left), in + k);
+        const __m512i b = _mm512_maskz_loadu_epi16(secondHalf(left), in + k + 32);
+        _mm512_mask_storeu_epi16(out + k / 2, firstHalf((left + 1) / 2), _mm512_permutex2var_epi16(a, even, b));
+        _mm512_mask_storeu_epi16(out + half + k / 2, firstHalf(left / 2), _mm512_permutex2var_epi16(a, odd, b));
+    }
+}
+
+QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::uint16_t *own,
+                                           std::size_t row, std::size_t w, std::uint32_t odd)
+{
+    const Sites sites(2, w - 3, odd);
+    const SplitRow split{(w + 1) / 2};
+    const std::uint16_t *here = m + row;
+    for (std::size_t t = 0;; t += 32) {
+        // The last block ends at the last site, over sites done already.
+        t = std::min(t, sites.count - 32);
+        const std::size_t x = sites.first + 2 * t;
+        const __m512i c = split.at(here, x), ll = split.at(here, x - 2), rr = split.at(here, x + 2);
+        const __m512i gl = split.at(here, x - 1), gr = split.at(here, x + 1);
+        const __m512i gu = split.at(here - w, x), gd = split.at(here + w, x);
+        const __m512i uu = split.at(here - 2 * w, x), dd = split.at(here + 2 * w, x);
+        const __m512i twice = _mm512_add_epi16(c, c);
+        const __m512i lh = _mm512_sub_epi16(_mm512_sub_epi16(twice, ll), rr);
+        const __m512i lv = _mm512_sub_epi16(_mm512_sub_epi16(twice, uu), dd);
+        const __m512i dh = _mm512_add_epi16(_mm512_abs_epi16(_mm512_sub_epi16(gl, gr)), _mm512_abs_epi16(lh));
+        const __m512i dv = _mm512_add_epi16(_mm512_abs_epi16(_mm512_sub_epi16(gu, gd)), _mm512_abs_epi16(lv));
+        const __m512i sideways = _mm512_add_epi16(gl, gr), upright = _mm512_add_epi16(gu, gd);
+        const __m512i horizontal = _mm512_add_epi16(_mm512_srai_epi16(sideways, 1), _mm512_srai_epi16(lh, 2));
+        const __m512i vertical = _mm512_add_epi16(_mm512_srai_epi16(upright, 1), _mm512_srai_epi16(lv, 2));
+        const __m512i both = _mm512_add_epi16(_mm512_srai_epi16(_mm512_add_epi16(sideways, upright), 2),
+                                              _mm512_srai_epi16(_mm512_add_epi16(lv, lh), 3));
+        const __mmask32 strong = static_cast<__mmask32>(~(below(dh, 80) & below(dv, 80)));
+        __m512i g = _mm512_mask_mov_epi16(both, strong & _mm512_cmpgt_epi16_mask(dh, dv), vertical);
+        g = clamp1023(_mm512_mask_mov_epi16(g, strong & _mm512_cmplt_epi16_mask(dh, dv), horizontal));
+        _mm512_storeu_si512(split.place(green + row, x), g);
+        // The green sites between, and in the first block also the one
+        // before the first site.
+        if (t == 0)
+            _mm512_storeu_si512(split.place(green + row, x - 1), gl);
+        _mm512_storeu_si512(split.place(green + row, x + 1), gr);
+        _mm512_storeu_si512(split.place(own + row, x), c);
+        if (t + 32 == sites.count)
+            return;
+    }
+}
+
+QUORIN_TARGET_AVX512 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green,
+                                          std::uint16_t *horizontal, std::uint16_t *vertical, std::size_t row,
+                                          std::size_t w, std::uint32_t odd)
+{
+    const Sites sites(2, w - 3, odd ^ 1u);
+    const SplitRow split{(w + 1) / 2};
+    const std::uint16_t *mosaic = m + row, *plane = green + row;
+    for (std::size_t t = 0;; t += 32) {
+        t = std::min(t, sites.count - 32);
+        const std::size_t x = sites.first + 2 * t;
+        const __m512i gc = split.at(mosaic, x);
+        const __m512i ml = split.at(mosaic, x - 1), mr = split.at(mosaic, x + 1);
+        const __m512i gl = split.at(plane, x - 1), gr = split.at(plane, x + 1);
+        const __m512i mu = split.at(mosaic - w, x), md = split.at(mosaic + w, x);
+        const __m512i gu = split.at(plane - w, x), gd = split.at(plane + w, x);
+        _mm512_storeu_si512(split.place(horizontal + row, x), fromLine(ml, mr, gc, gl, gr));
+        _mm512_storeu_si512(split.place(vertical + row, x), fromLine(mu, md, gc, gu, gd));
+        if (t + 32 == sites.count)
+            return;
+    }
+}
+
+QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std::uint16_t *green,
+                                              std::uint16_t *missing, std::size_t row, std::size_t w,
+                                              std::uint32_t odd)
+{
+    const Sites sites(1, w - 2, odd);
+    const SplitRow split{(w + 1) / 2};
+    const std::uint16_t *above = m + row - w, *under = m + row + w;
+    const std::uint16_t *greenAbove = green + row - w, *greenUnder = green + row + w;
+    for (std::size_t t = 0;; t += 32) {
+        t = std::min(t, sites.count - 32);
+        const std::size_t x = sites.first + 2 * t;
+        const __m512i gc = split.at(green + row, x);
+        // Up-left, down-right, up-right, down-left.
+        const __m512i c0 = split.at(above, x - 1), c1 = split.at(under, x + 1);
+        const __m512i c2 = split.at(above, x + 1), c3 = split.at(under, x - 1);
+        const __m512i g0 = split.at(greenAbove, x - 1), g1 = split.at(greenUnder, x + 1);
+        const __m512i g2 = split.at(greenAbove, x + 1), g3 = split.at(greenUnder, x - 1);
+        const __m512i twice = _mm512_add_epi16(gc, gc);
+        const __m512i d1 = _mm512_sub_epi16(_mm512_sub_epi16(twice, g0), g1);
+        const __m512i d2 = _mm512_sub_epi16(_mm512_sub_epi16(twice, g2), g3);
+        const __m512i a1 = _mm512_abs_epi16(d1), a2 = _mm512_abs_epi16(d2);
+        const __m512i firstPair = _mm512_add_epi16(c0, c1), secondPair = _mm512_add_epi16(c2, c3);
+        const __m512i all = _mm512_srai_epi16(
+            _mm512_add_epi16(_mm512_add_epi16(firstPair, secondPair), _mm512_add_epi16(d1, d2)), 2);
+        const __m512i first = _mm512_srai_epi16(_mm512_add_epi16(firstPair, d1), 1);
+        const __m512i second = _mm512_srai_epi16(_mm512_add_epi16(secondPair, d2), 1);
+        const __mmask32 firstAgrees = below(a1, 200), secondAgrees = below(a2, 200);
+        __m512i v = _mm512_mask_mov_epi16(second, firstAgrees & _mm512_cmplt_epi16_mask(a1, a2), first);
+        v = clamp1023(_mm512_mask_mov_epi16(v, firstAgrees & secondAgrees, all));
+        const auto fallback = static_cast<__mmask32>(~(firstAgrees | secondAgrees));
+        if (fallback != 0) {
+            // When neither diagonal pair agrees with the green: the first
+            // mixed pair that does, else the closest single neighbour
+            // within 100 (the first of equals), else the mean of all.
+            const __m512i cs[4] = {c0, c1, c2, c3}, gs[4] = {g0, g1, g2, g3};
+            __m512i bestDistance = _mm512_set1_epi16(100), best = clamp1023(all);
+            for (int k = 0; k < 4; ++k) {
+                const __m512i towards = _mm512_sub_epi16(gc, gs[k]);
+                const __m512i distance = _mm512_abs_epi16(towards);
+                const __mmask32 closer = _mm512_cmplt_epi16_mask(distance, bestDistance);
+                bestDistance = _mm512_mask_mov_epi16(bestDistance, closer, distance);
+                best = _mm512_mask_mov_epi16(best, closer, clamp1023(_mm512_add_epi16(cs[k], towards)));
+            }
+            static constexpr int kMixed[4][2] = {{1, 3}, {1, 2}, {0, 3}, {0, 2}}; // the last one first
+            for (const auto &p : kMixed) {
+                const __m512i d = _mm512_sub_epi16(_mm512_sub_epi16(twice, gs[p[0]]), gs[p[1]]);
+                const __m512i mixed =
+                    clamp1023(_mm512_srai_epi16(_mm512_add_epi16(_mm512_add_epi16(cs[p[0]], cs[p[1]]), d), 1));
+                best = _mm512_mask_mov_epi16(best, below(_mm512_abs_epi16(d), 200), mixed);
+            }
+            v = _mm512_mask_mov_epi16(v, fallback, best);
+        }
+        _mm512_storeu_si512(split.place(missing + row, x), v);
+        if (t + 32 == sites.count)
+            return;
     }
 }
 

@@ -48,13 +48,14 @@ void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const OutputTable &tabl
 void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n, const OutputTable *const tables[3],
                   const unsigned slot[3], std::uint8_t *out);
 
-// The colour matrix, look-up and 8-bit triples of n pixels held as three
-// planes r, g, b of values below 1024, with matrix coefficients that fit 16
-// bits (the sums then never wrap): row c of the matrix gives the value that
+// The colour matrix, look-up and 8-bit triples of a row of n pixels held
+// as three planes r, g, b of values below 1024, natural (half 0) or split
+// (half (n + 1) / 2, see below), with matrix coefficients that fit 16 bits
+// (the sums then never wrap): row c of the matrix gives the value that
 // goes through tables[c] to out[3 * k + slot[c]] (VBMI).
 void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
-                        const std::int16_t matrix[9], const OutputTable *const tables[3], const unsigned slot[3],
-                        std::uint8_t *out);
+                        std::size_t half, const std::int16_t matrix[9], const OutputTable *const tables[3],
+                        const unsigned slot[3], std::uint8_t *out);
 
 // Adaptive smoothing of the green sites of one row of a mosaic whose values
 // are all below 1024: for each column x from 1 with ((x ^ odd) & 1) set and
@@ -68,5 +69,32 @@ std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, st
                               std::uint32_t odd, std::uint32_t last);
 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row, std::size_t w,
                             std::uint32_t odd, std::uint32_t last);
+
+// Split rows: the planes of the fast 8-bit colour path on AVX-512 keep each
+// row as its even columns followed by its odd ones (column x of a row of
+// width w at x / 2, or at (w + 1) / 2 + x / 2 when x is odd), so that the
+// interpolation passes, which change every other pixel of a row, read and
+// write whole registers of the sites they change.
+
+// Row in (w values) split into out.
+void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out);
+
+// The inner columns of one inner row (y, with odd = y & 1, starting at
+// `row`) of the three interpolation passes on split rows, over a split
+// mosaic m of values below 1024. Rows must be at least 68 wide.
+//  - green: red and blue sites of columns 2 .. w-3 get the gradient-guided
+//    green in `green` and their own value in `own`; green sites get their
+//    value in `green`.
+//  - line: green sites of columns 2 .. w-3 get the colour of their row's
+//    neighbours in `horizontal` and of their column's in `vertical`.
+//  - diagonal: red and blue sites of columns 1 .. w-2 get the colour of
+//    their diagonal neighbours in `missing`, fall-backs included.
+constexpr std::size_t kSplitMinWidth = 68;
+void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::uint16_t *own, std::size_t row,
+                      std::size_t w, std::uint32_t odd);
+void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *horizontal,
+                     std::uint16_t *vertical, std::size_t row, std::size_t w, std::uint32_t odd);
+void diagonalSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *missing, std::size_t row,
+                         std::size_t w, std::uint32_t odd);
 
 } // namespace quorin::image::vec

@@ -4,6 +4,7 @@
 #include "caps_fixture.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace {
@@ -322,7 +323,10 @@ TEST_F(TransferTest, PixelProbeReadsTheLastImageInRedGreenBlue)
     ASSERT_EQ(sixteen.ok, 1);
     std::vector<uint16_t> image(3 * kPixels);
     std::memcpy(image.data(), sixteen.data.data(), 6 * kPixels);
-    const uint32_t points[][2] = {{0, 0}, {1, 0}, {0, 1}, {77, 31}, {kW - 1, kH - 1}, {kW, 0}};
+    // Corners, x = width, and a whole row across the scene's colour bars.
+    std::vector<std::array<uint32_t, 2>> points = {{0, 0}, {1, 0}, {0, 1}, {kW - 1, kH - 1}, {kW, 0}};
+    for (uint32_t x = 0; x < kW; ++x)
+        points.push_back({x, 31});
     for (bool eightBit : {false, true}) {
         if (eightBit) {
             ASSERT_EQ(memory(5, 8, 3 * kPixels).ok, 1);
