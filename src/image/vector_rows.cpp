@@ -25,22 +25,33 @@ bool processorHasVbmi()
     return __builtin_cpu_supports("avx512vbmi");
 }
 
+// Where pixel k of a block of 64 sits in a 64-byte plane: byte k; for
+// split rows byte k / 2 (even pixels) or 32 + k / 2 (odd ones); and, after
+// the matrix kernel's pack of two 32-value halves h (pixels 32 h + j, or
+// 2 j + h for split rows), byte 16 (j / 8) + 8 h + j % 8.
+enum class PlaneOrder { Natural, Split, NaturalPacked, SplitPacked };
+
+constexpr unsigned byteOf(PlaneOrder order, unsigned k)
+{
+    const bool split = order == PlaneOrder::Split || order == PlaneOrder::SplitPacked;
+    const unsigned h = split ? k & 1 : k / 32, j = split ? k / 2 : k % 32;
+    if (order == PlaneOrder::Natural || order == PlaneOrder::Split)
+        return 32 * h + j;
+    return 16 * (j / 8) + 8 * h + j % 8;
+}
+
 // Byte indices of the interleave of three 64-byte planes S0, S1, S2 into
 // three 64-byte vectors: byte p of vector o is output byte P = 64 o + p,
-// pixel P / 3, slot P % 3. In the planes pixel k is byte k, or, for split
-// rows, byte k / 2 (even pixels) or 32 + k / 2 (odd pixels).
+// pixel P / 3, slot P % 3.
 struct Interleave {
     std::array<std::array<std::uint8_t, 64>, 3> firstTwo{}; // slot 0: pixel, slot 1: 64 + pixel
     std::array<std::array<std::uint8_t, 64>, 3> third{};    // pixel, used where the slot is 2
     std::array<std::uint64_t, 3> thirdMask{};
-    constexpr explicit Interleave(bool split)
+    constexpr explicit Interleave(PlaneOrder order)
     {
         for (unsigned o = 0; o < 3; ++o)
             for (unsigned p = 0; p < 64; ++p) {
-                const unsigned P = 64 * o + p, s = P % 3;
-                unsigned k = P / 3;
-                if (split)
-                    k = (k & 1) ? 32 + k / 2 : k / 2;
+                const unsigned P = 64 * o + p, s = P % 3, k = byteOf(order, P / 3);
                 firstTwo[o][p] = static_cast<std::uint8_t>(s == 1 ? 64 + k : k);
                 third[o][p] = static_cast<std::uint8_t>(k);
                 if (s == 2)
@@ -48,7 +59,8 @@ struct Interleave {
             }
     }
 };
-constexpr Interleave kInterleave(false), kInterleaveSplit(true);
+constexpr Interleave kInterleave(PlaneOrder::Natural), kInterleaveSplit(PlaneOrder::Split),
+    kInterleavePacked(PlaneOrder::NaturalPacked), kInterleaveSplitPacked(PlaneOrder::SplitPacked);
 
 // Even bytes of two vectors: the low bytes of their 16-bit lanes, a then b.
 constexpr std::array<std::uint8_t, 64> kEvenBytes = [] {
@@ -214,14 +226,14 @@ QUORIN_TARGET_VBMI void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, cons
 // Interleaves three 64-byte planes (in slot order) into 3 n bytes at out.
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i bySlot[3], std::size_t n,
                                                                  std::uint8_t *out,
-                                                                 const Interleave &kInterleave = vec::kInterleave)
+                                                                 const Interleave &order = kInterleave)
 {
     const std::size_t bytes = 3 * n;
     for (unsigned o = 0; o < 3; ++o) {
         const __m512i firstTwo = _mm512_permutex2var_epi8(
-            bySlot[0], _mm512_loadu_si512(kInterleave.firstTwo[o].data()), bySlot[1]);
-        const __m512i v = _mm512_mask_permutexvar_epi8(firstTwo, kInterleave.thirdMask[o],
-                                                       _mm512_loadu_si512(kInterleave.third[o].data()), bySlot[2]);
+            bySlot[0], _mm512_loadu_si512(order.firstTwo[o].data()), bySlot[1]);
+        const __m512i v = _mm512_mask_permutexvar_epi8(firstTwo, order.thirdMask[o],
+                                                       _mm512_loadu_si512(order.third[o].data()), bySlot[2]);
         if (bytes >= 64 * (o + 1))
             _mm512_storeu_si512(out + 64 * o, v);
         else if (bytes > 64 * o)
@@ -231,10 +243,16 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i b
 
 namespace {
 
+// How the matrix kernel turns its values into bytes: through the tables,
+// by the tables' shifts, or, when every shift is at most 2 (so that the
+// 1023 limit lies at or above 255 after the shift), by shifting the sums
+// and narrowing with saturation, which gives the same bytes.
+enum class Output { Tables, Shifts, Narrow };
+
 // The matrix kernel's loop for one order of the slots (red first, or blue
-// first) and for look-ups (Straight false) or shifts by the tables' own
-// shifts (Straight true), so that the channels stay in registers.
-template <bool BlueFirst, bool Straight, bool Split>
+// first), one output and natural or split rows, so that the channels stay
+// in registers.
+template <bool BlueFirst, Output Out, bool Split>
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void
 matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
                   std::size_t half, const std::int16_t matrix[9], const OutputTable *const tables[3],
@@ -243,15 +261,18 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
     // Pairs (red, green) and (blue, 0) of 16-bit lanes multiply-add with
     // pairs of coefficients into 32-bit sums.
     __m512i redGreen[3], blue[3];
-    __m128i counts[3];
+    __m128i counts[3], sumCounts[3];
     for (unsigned c = 0; c < 3; ++c) {
         redGreen[c] = _mm512_set1_epi32(static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c]) |
                                                          std::uint32_t{static_cast<std::uint16_t>(matrix[3 * c + 1])}
                                                              << 16));
         blue[c] = _mm512_set1_epi32(static_cast<std::uint16_t>(matrix[3 * c + 2]));
         counts[c] = _mm_cvtsi32_si128(tables[c]->shift);
+        sumCounts[c] = _mm_cvtsi32_si128(8 + tables[c]->shift);
     }
     const __m512i limit = _mm512_set1_epi32(1023), zero = _mm512_setzero_si512();
+    const Interleave &order = Out == Output::Narrow ? (Split ? kInterleaveSplitPacked : kInterleavePacked)
+                                                    : (Split ? kInterleaveSplit : kInterleave);
     for (std::size_t k = 0; k < n; k += 64) {
         const std::size_t left = n - k;
         __m512i channel[3][2];
@@ -276,15 +297,23 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
                 __m512i low = _mm512_add_epi32(_mm512_madd_epi16(rgLow, redGreen[c]), _mm512_madd_epi16(bLow, blue[c]));
                 __m512i high =
                     _mm512_add_epi32(_mm512_madd_epi16(rgHigh, redGreen[c]), _mm512_madd_epi16(bHigh, blue[c]));
-                // s <= 0 gives 0 (the pack saturates), s >> 8 above 1023 gives 1023.
-                low = _mm512_min_epi32(_mm512_srai_epi32(low, 8), limit);
-                high = _mm512_min_epi32(_mm512_srai_epi32(high, 8), limit);
+                if constexpr (Out == Output::Narrow) {
+                    // Both packs saturate: s <= 0 gives 0, beyond 255 gives 255.
+                    low = _mm512_sra_epi32(low, sumCounts[c]);
+                    high = _mm512_sra_epi32(high, sumCounts[c]);
+                } else {
+                    // s <= 0 gives 0 (the pack saturates), s >> 8 above 1023 gives 1023.
+                    low = _mm512_min_epi32(_mm512_srai_epi32(low, 8), limit);
+                    high = _mm512_min_epi32(_mm512_srai_epi32(high, 8), limit);
+                }
                 channel[c][h] = _mm512_packus_epi32(low, high); // the unpacking's order undone
             }
         }
         __m512i bytes[3];
         for (unsigned c = 0; c < 3; ++c) {
-            if constexpr (Straight) {
+            if constexpr (Out == Output::Narrow) {
+                bytes[c] = _mm512_packus_epi16(channel[c][0], channel[c][1]);
+            } else if constexpr (Out == Output::Shifts) {
                 const __m256i low = _mm512_cvtusepi16_epi8(_mm512_srl_epi16(channel[c][0], counts[c]));
                 const __m256i high = _mm512_cvtusepi16_epi8(_mm512_srl_epi16(channel[c][1], counts[c]));
                 bytes[c] = _mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1);
@@ -293,8 +322,19 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
             }
         }
         const __m512i bySlot[3] = {bytes[BlueFirst ? 2 : 0], bytes[1], bytes[BlueFirst ? 0 : 2]};
-        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k, Split ? kInterleaveSplit : kInterleave);
+        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k, order);
     }
+}
+
+template <bool BlueFirst, Output Out>
+QUORIN_TARGET_VBMI void matrixTriplesRow(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
+                                         std::size_t n, std::size_t half, const std::int16_t matrix[9],
+                                         const OutputTable *const tables[3], std::uint8_t *out)
+{
+    if (half != 0)
+        matrixTriplesLoop<BlueFirst, Out, true>(r, g, b, n, half, matrix, tables, out);
+    else
+        matrixTriplesLoop<BlueFirst, Out, false>(r, g, b, n, half, matrix, tables, out);
 }
 
 } // namespace
@@ -304,24 +344,17 @@ QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::ui
                                            const OutputTable *const tables[3], const unsigned slot[3],
                                            std::uint8_t *out)
 {
-    const bool blueFirst = slot[0] == 2;
-    const bool straight = tables[0]->shift >= 0 && tables[1]->shift >= 0 && tables[2]->shift >= 0;
-    const unsigned variant = (blueFirst ? 4 : 0) | (straight ? 2 : 0) | (half != 0 ? 1 : 0);
-    switch (variant) {
-#define QUORIN_MATRIX_VARIANT(v)                                                                                       \
-    case v:                                                                                                            \
-        matrixTriplesLoop<(v & 4) != 0, (v & 2) != 0, (v & 1) != 0>(r, g, b, n, half, matrix, tables, out);           \
-        break;
-        QUORIN_MATRIX_VARIANT(0)
-        QUORIN_MATRIX_VARIANT(1)
-        QUORIN_MATRIX_VARIANT(2)
-        QUORIN_MATRIX_VARIANT(3)
-        QUORIN_MATRIX_VARIANT(4)
-        QUORIN_MATRIX_VARIANT(5)
-        QUORIN_MATRIX_VARIANT(6)
-        QUORIN_MATRIX_VARIANT(7)
-#undef QUORIN_MATRIX_VARIANT
-    }
+    int widest = -1;
+    for (unsigned c = 0; c < 3; ++c)
+        widest = tables[c]->shift < 0 ? 99 : std::max(widest, tables[c]->shift);
+    const Output output = widest <= 2 ? Output::Narrow : widest <= 10 ? Output::Shifts : Output::Tables;
+    const auto row = slot[0] == 2 ? (output == Output::Narrow   ? matrixTriplesRow<true, Output::Narrow>
+                                     : output == Output::Shifts ? matrixTriplesRow<true, Output::Shifts>
+                                                                : matrixTriplesRow<true, Output::Tables>)
+                                  : (output == Output::Narrow   ? matrixTriplesRow<false, Output::Narrow>
+                                     : output == Output::Shifts ? matrixTriplesRow<false, Output::Shifts>
+                                                                : matrixTriplesRow<false, Output::Tables>);
+    row(r, g, b, n, half, matrix, tables, out);
 }
 
 QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n,

@@ -100,12 +100,17 @@ void fill(Scenario &s, std::mt19937 &rng, const Area &a, Content content, bool c
     }
     s.luts.resize(6 * 1024);
     // Straight tables (which the fast output computes instead of looking
-    // up), inverted, random, or per channel: straight, doubled (straight
-    // with another shift) and straight but for one entry.
-    const int lutKind = static_cast<int>(rng() % 4);
+    // up), inverted, random, per channel: straight, doubled (straight
+    // with another shift) and straight but for one entry, or halved
+    // (straight with a shift beyond 2).
+    const int lutKind = static_cast<int>(rng() % 5);
     for (std::size_t i = 0; i < s.luts.size(); ++i) {
         const std::uint32_t v = i % 1024, table = static_cast<std::uint32_t>(i / 1024) % 3;
-        std::uint32_t entry = lutKind == 0 ? v : lutKind == 1 ? 1023 - v : lutKind == 2 ? rng() % 2100 : v;
+        std::uint32_t entry = lutKind == 0   ? v
+                              : lutKind == 1 ? 1023 - v
+                              : lutKind == 2 ? rng() % 2100
+                              : lutKind == 4 ? v / 2
+                                             : v;
         if (lutKind == 3 && table == 1)
             entry = 2 * v;
         if (lutKind == 3 && table == 2 && v == 700)
