@@ -674,8 +674,15 @@ template <size_t S> struct ColourJob {
     // Every mosaic value is below 1024, so the planar passes may compute in
     // 16-bit lanes (every intermediate then stays within +-8192).
     bool narrow = false;
-    // Split rows: the mosaic split likewise, which the kernels read.
+    // Split rows: the mosaic split likewise, which every pass reads.
     uint16_t *splitMosaic = nullptr;
+    // The mosaic value at column x of row y.
+    int32_t mosaic(uint32_t x, uint32_t y) const
+    {
+        if (splitMosaic != nullptr)
+            return splitMosaic[size_t{y} * p.w + (x & 1u) * p.half + x / 2];
+        return f->work[size_t{y} * p.w + x];
+    }
 };
 
 
@@ -685,9 +692,7 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
-    const size_t w = a.w, i = size_t{y} * w + x;
-    const uint16_t *m = f.work;
-    const int32_t c = m[i];
+    const int32_t c = job.mosaic(x, y);
     if (((x ^ y) & 1) != 0) {
         job.p.at(kGreen, x, y) = static_cast<uint16_t>(c);
         return;
@@ -696,19 +701,19 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
     int32_t sum = 0;
     int n = 0;
     if (x > 0) {
-        sum += m[i - 1];
+        sum += job.mosaic(x - 1, y);
         ++n;
     }
     if (x + 1 < a.w) {
-        sum += m[i + 1];
+        sum += job.mosaic(x + 1, y);
         ++n;
     }
     if (y > 0) {
-        sum += m[i - w];
+        sum += job.mosaic(x, y - 1);
         ++n;
     }
     if (y + 1 < a.h) {
-        sum += m[i + w];
+        sum += job.mosaic(x, y + 1);
         ++n;
     }
     job.p.at(kGreen, x, y) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
@@ -936,13 +941,15 @@ template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, ui
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
-    const size_t w = a.w, i = size_t{y} * w + x;
-    const uint16_t *m = f.work;
-    auto line = [&](bool hasA, size_t ia, bool hasB, size_t ib) -> int32_t {
-        return hasA && hasB ? (m[ia] + m[ib]) >> 1 : hasA ? m[ia] : hasB ? m[ib] : 0;
+    // The mean of the two neighbours on a line, or the one there is.
+    auto line = [&](bool hasA, uint32_t xa, uint32_t ya, bool hasB, uint32_t xb, uint32_t yb) -> int32_t {
+        const int32_t va = hasA ? job.mosaic(xa, ya) : 0, vb = hasB ? job.mosaic(xb, yb) : 0;
+        return hasA && hasB ? (va + vb) >> 1 : hasA ? va : vb;
     };
-    job.p.at((y & 1) ? kBlue : kRed, x, y) = static_cast<uint16_t>(line(x > 0, i - 1, x + 1 < a.w, i + 1));
-    job.p.at((y & 1) ? kRed : kBlue, x, y) = static_cast<uint16_t>(line(y > 0, i - w, y + 1 < a.h, i + w));
+    job.p.at((y & 1) ? kBlue : kRed, x, y) =
+        static_cast<uint16_t>(line(x > 0, x - 1, y, x + 1 < a.w, x + 1, y));
+    job.p.at((y & 1) ? kRed : kBlue, x, y) =
+        static_cast<uint16_t>(line(y > 0, x, y - 1, y + 1 < a.h, x, y + 1));
 }
 
 template <size_t S> void redBlueAtGreenRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
@@ -1183,16 +1190,14 @@ QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const ColourJob<1> &job, uint32_t y), 
 
 template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
 {
-    const Frame &f = *job.f;
-    const Area &a = f.area;
-    const size_t w = a.w;
+    const Area &a = job.f->area;
     int32_t sum = 0;
     int n = 0;
     for (int dy = -1; dy <= 1; dy += 2)
         for (int dx = -1; dx <= 1; dx += 2) {
             const int64_t cx = int64_t{x} + dx, cy = int64_t{y} + dy;
             if (cx >= 0 && cy >= 0 && cx < int64_t{a.w} && cy < int64_t{a.h}) {
-                sum += f.work[size_t(cy) * w + size_t(cx)];
+                sum += job.mosaic(static_cast<uint32_t>(cx), static_cast<uint32_t>(cy));
                 ++n;
             }
         }
@@ -1401,21 +1406,6 @@ void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
 #endif
         const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
         const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
-        // Split rows: the mosaic's rows are split just before the green
-        // plane first reads them, while they are in cache, except the first
-        // and last three of the band, which the band's first and last green
-        // rows and the neighbouring bands read.
-        const bool split = job.splitMosaic != nullptr;
-        auto splitRow = [&](uint32_t y) {
-            vec::splitRowAvx512(job.f->work + size_t{y} * a.w, a.w, job.splitMosaic + size_t{y} * a.w);
-        };
-        const uint32_t lateFrom = std::min(first + 3, end), lateEnd = std::max(lateFrom, std::max(end, 3u) - 3);
-        if (split) {
-            for (uint32_t y = first; y < end; ++y)
-                if (y < lateFrom || y >= lateEnd)
-                    splitRow(y);
-#pragma omp barrier
-        }
         if (first < end) {
             greenPlaneRow(job, first, green);
             if (end - 1 > first)
@@ -1423,8 +1413,6 @@ void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
         }
 #pragma omp barrier
         for (uint32_t y = first; y < end; ++y) {
-            if (split && y + 3 >= lateFrom && y + 3 < lateEnd)
-                splitRow(y + 3);
             if (y + 2 < end)
                 greenPlaneRow(job, y + 1, green);
             redBlueAtGreenRow(job, y, line);
@@ -1490,26 +1478,104 @@ void outputColour(const Frame &f, bool sixteenBit, void *dest)
     reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
 }
 
+// The first step of split rows (see vector_rows.h): colour balance (in
+// place, natural rows kept for a fall-back), each balanced row split into
+// the red plane's buffer (free until the interpolation) and from there,
+// with green smoothing in colour mode 2, into the split mosaic; band by
+// band, so that a row is split and smoothed while it is in cache. Returns
+// whether every balanced value is below 1024; when not, the split mosaic is
+// of no use and work holds the balanced rows.
+bool balanceSmoothAndSplit(const ColourJob<1> &job)
+{
+    const Frame &f = *job.f;
+    const Area &a = f.area;
+    const size_t w = a.w;
+    uint16_t *balanced = job.p.c[kRed];
+    const Kernel kernel = kernelFor(f.kernelVariant);
+    const auto balanceRowKernel = BalanceRow::pick();
+    const auto orRange = OrRange::pick();
+    const bool smoothing = f.colourMode == 2 && a.h >= 3;
+    uint32_t bits = 0;
+#pragma omp parallel reduction(| : bits)
+    {
+#ifdef _OPENMP
+        const auto threads = static_cast<uint32_t>(omp_get_num_threads());
+        const auto t = static_cast<uint32_t>(omp_get_thread_num());
+#else
+        const uint32_t threads = 1, t = 0;
+#endif
+        const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
+        const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
+        auto prepare = [&](uint32_t y) {
+            uint32_t rowBits;
+            if (kernel == Kernel::Skip)
+                orRange(f.work + y * w, w, &rowBits);
+            else
+                balanceRowKernel(f, y, kernel == Kernel::Vector, false, &rowBits);
+            bits |= rowBits;
+            vec::splitRowAvx512(f.work + y * w, w, balanced + y * w);
+        };
+        auto finish = [&](uint32_t y) {
+            if (smoothing && y >= 1 && y + 1 < a.h)
+                vec::smoothSplitAvx512(balanced, job.splitMosaic, y * w, w, y & 1, (y & 1) ? a.w - 2 : a.w - 3);
+            else
+                std::memcpy(job.splitMosaic + y * w, balanced + y * w, w * 2);
+        };
+        // The first and last rows of a band, which the neighbouring bands'
+        // smoothing reads, before the others.
+        if (first < end) {
+            prepare(first);
+            if (end - 1 > first)
+                prepare(end - 1);
+        }
+#pragma omp barrier
+        if (first < end) {
+            if (first + 1 < end - 1)
+                prepare(first + 1);
+            for (uint32_t y = first; y < end; ++y) {
+                if (y + 2 < end - 1)
+                    prepare(y + 2);
+                finish(y);
+            }
+        }
+    }
+    return bits <= kMaxValue;
+}
+
 ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
+    const size_t n = a.pixels();
+    const bool planes = !sixteenBit && f.mode71 == 0 && !f.keepLiveCache;
+    // Only the 8-bit result is wanted: planes, with green in the smoothing
+    // copy's buffer (free again) and red and blue in the RGB image's; with
+    // AVX-512 VBMI and rows wide enough split rows, the split mosaic in the
+    // RGB image's third part.
+    if (planes && vec::vbmiActive() && a.w >= vec::kSplitMinWidth) {
+        ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w, (a.w + 1) / 2}, true};
+        job.splitMosaic = f.rgb + 2 * n;
+        if (balanceSmoothAndSplit(job)) {
+            interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
+            return ImageLayout::SplitPlanes;
+        }
+        // A balanced value reached 1024: on natural rows, from the balanced
+        // rows.
+        if (f.colourMode == 2) {
+            std::memcpy(f.previous, f.work, n * 2);
+            greenSmoothing(f, false);
+        }
+        const ColourJob<1> natural{&f, {{f.rgb, f.previous, f.rgb + n}, a.w}, false};
+        interpolateAndFinish(natural, static_cast<std::uint8_t *>(dest));
+        return ImageLayout::Planes;
+    }
+
     const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
     if (f.colourMode == 2)
         greenSmoothing(f, narrow);
-
-    if (!sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
-        // Only the 8-bit result is wanted: planes, with green in the
-        // smoothing copy's buffer (free again) and red and blue in the RGB
-        // image's.
-        // With AVX-512 VBMI and rows wide enough, split rows, with the split
-        // mosaic in the RGB image's third part.
-        const size_t n = a.pixels();
-        const bool split = narrow && vec::vbmiActive() && a.w >= vec::kSplitMinWidth;
-        ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w, split ? (a.w + 1) / 2 : 0}, narrow};
-        if (split)
-            job.splitMosaic = f.rgb + 2 * n;
+    if (planes) {
+        const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w}, narrow};
         interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
-        return split ? ImageLayout::SplitPlanes : ImageLayout::Planes;
+        return ImageLayout::Planes;
     }
     const unsigned dm = f.demosaicMethod;
     const ColourJob<3> job{

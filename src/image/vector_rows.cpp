@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 // GCC 12 takes the deliberately undefined pass-through operand inside some
 // AVX-512 intrinsics (_mm512_undefined_epi32) for an uninitialised variable.
@@ -650,6 +651,41 @@ QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std:
             v = _mm512_mask_mov_epi16(v, fallback, best);
         }
         _mm512_storeu_si512(split.place(missing + row, x), v);
+        if (t + 32 == sites.count)
+            return;
+    }
+}
+
+QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row,
+                                            std::size_t w, std::uint32_t odd, std::uint32_t last)
+{
+    std::memcpy(mosaic + row, balanced + row, w * 2);
+    const Sites sites(1, last, odd ^ 1u);
+    const SplitRow split{(w + 1) / 2};
+    const std::uint16_t *here = balanced + row;
+    const __m512i reciprocal = _mm512_load_si512(kReciprocal);
+    const __m512i fifty = _mm512_set1_epi16(50), twentyFive = _mm512_set1_epi16(25);
+    const __m512i one = _mm512_set1_epi16(1), four = _mm512_set1_epi16(4);
+    for (std::size_t t = 0;; t += 32) {
+        t = std::min(t, sites.count - 32);
+        const std::size_t x = sites.first + 2 * t;
+        const __m512i c = split.at(here, x);
+        __m512i sum = _mm512_slli_epi16(c, 2), weight = four;
+        // The four diagonal neighbours, green sites too.
+        const __m512i neighbours[4] = {split.at(here - w, x - 1), split.at(here - w, x + 1),
+                                       split.at(here + w, x - 1), split.at(here + w, x + 1)};
+        for (const __m512i v : neighbours) {
+            const __m512i d = _mm512_abs_epi16(_mm512_sub_epi16(c, v));
+            const __mmask32 within50 = _mm512_cmplt_epu16_mask(d, fifty);
+            const __mmask32 within25 = _mm512_cmplt_epu16_mask(d, twentyFive);
+            sum = _mm512_mask_add_epi16(sum, within50, sum, v);
+            sum = _mm512_mask_add_epi16(sum, within25, sum, v);
+            weight = _mm512_mask_add_epi16(weight, within50, weight, one);
+            weight = _mm512_mask_add_epi16(weight, within25, weight, one);
+        }
+        __m512i mean = _mm512_srli_epi16(_mm512_mulhi_epu16(sum, _mm512_permutexvar_epi16(weight, reciprocal)), 2);
+        mean = _mm512_mask_mov_epi16(mean, _mm512_cmpeq_epi16_mask(weight, four), c);
+        _mm512_storeu_si512(split.place(mosaic + row, x), mean);
         if (t + 32 == sites.count)
             return;
     }

@@ -90,6 +90,12 @@ void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out);
 //  - diagonal: red and blue sites of columns 1 .. w-2 get the colour of
 //    their diagonal neighbours in `missing`, fall-backs included.
 constexpr std::size_t kSplitMinWidth = 68;
+// Green smoothing of one row (1 .. h-2) from the split balanced rows into
+// the split mosaic: the row's values, with each green site x (those with
+// ((x ^ odd) & 1) set) from column 1 to `last` replaced by its weighted
+// mean as smoothGreenAvx512 computes it.
+void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row, std::size_t w,
+                       std::uint32_t odd, std::uint32_t last);
 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::uint16_t *own, std::size_t row,
                       std::size_t w, std::uint32_t odd);
 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *horizontal,
