@@ -370,6 +370,33 @@ QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std:
     storeTriples(bySlot, n, out);
 }
 
+namespace {
+
+// The smoothed value of 32 sites c from their four diagonal neighbours:
+// weight 4 for the site, 2 for a neighbour within 25 of it, 1 within 50;
+// the weighted mean truncated, by the reciprocal of the weight.
+QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline __m512i smoothedMean(__m512i c, const __m512i neighbours[4])
+{
+    const __m512i fifty = _mm512_set1_epi16(50), twentyFive = _mm512_set1_epi16(25);
+    const __m512i one = _mm512_set1_epi16(1), four = _mm512_set1_epi16(4);
+    __m512i sum = _mm512_slli_epi16(c, 2), weight = four;
+    for (int k = 0; k < 4; ++k) {
+        const __m512i v = neighbours[k];
+        const __m512i d = _mm512_abs_epi16(_mm512_sub_epi16(c, v));
+        const __mmask32 within50 = _mm512_cmplt_epu16_mask(d, fifty);
+        const __mmask32 within25 = _mm512_cmplt_epu16_mask(d, twentyFive);
+        sum = _mm512_mask_add_epi16(sum, within50, sum, v);
+        sum = _mm512_mask_add_epi16(sum, within25, sum, v);
+        weight = _mm512_mask_add_epi16(weight, within50, weight, one);
+        weight = _mm512_mask_add_epi16(weight, within25, weight, one);
+    }
+    const __m512i reciprocal = _mm512_permutexvar_epi16(weight, _mm512_load_si512(kReciprocal));
+    const __m512i mean = _mm512_srli_epi16(_mm512_mulhi_epu16(sum, reciprocal), 2);
+    return _mm512_mask_mov_epi16(mean, _mm512_cmpeq_epi16_mask(weight, four), c);
+}
+
+} // namespace
+
 QUORIN_TARGET_AVX512 std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, std::size_t row,
                                                    std::size_t w, std::uint32_t odd, std::uint32_t last)
 {
@@ -377,28 +404,14 @@ QUORIN_TARGET_AVX512 std::size_t smoothGreenAvx512(const std::uint16_t *copy, st
     const auto end = static_cast<std::uint32_t>(w) - 1;
     if (w < 2 + kLanes)
         return 1;
-    const __m512i reciprocal = _mm512_load_si512(kReciprocal);
-    const __m512i fifty = _mm512_set1_epi16(50), twentyFive = _mm512_set1_epi16(25);
-    const __m512i one = _mm512_set1_epi16(1), four = _mm512_set1_epi16(4);
     for (std::uint32_t x = 1;; x += kLanes) {
         // The last block ends at the last column, over columns done
         // already: it writes the same values again.
         x = std::min(x, end - kLanes);
         const std::uint16_t *p = copy + row + x;
-        const __m512i c = _mm512_loadu_si512(p);
-        __m512i sum = _mm512_slli_epi16(c, 2), weight = four;
-        for (const std::uint16_t *n : {p - w - 1, p - w + 1, p + w - 1, p + w + 1}) {
-            const __m512i v = _mm512_loadu_si512(n);
-            const __m512i d = _mm512_abs_epi16(_mm512_sub_epi16(c, v));
-            const __mmask32 within50 = _mm512_cmplt_epu16_mask(d, fifty);
-            const __mmask32 within25 = _mm512_cmplt_epu16_mask(d, twentyFive);
-            sum = _mm512_mask_add_epi16(sum, within50, sum, v);
-            sum = _mm512_mask_add_epi16(sum, within25, sum, v);
-            weight = _mm512_mask_add_epi16(weight, within50, weight, one);
-            weight = _mm512_mask_add_epi16(weight, within25, weight, one);
-        }
-        __m512i mean = _mm512_srli_epi16(_mm512_mulhi_epu16(sum, _mm512_permutexvar_epi16(weight, reciprocal)), 2);
-        mean = _mm512_mask_mov_epi16(mean, _mm512_cmpeq_epi16_mask(weight, four), c);
+        const __m512i neighbours[4] = {_mm512_loadu_si512(p - w - 1), _mm512_loadu_si512(p - w + 1),
+                                       _mm512_loadu_si512(p + w - 1), _mm512_loadu_si512(p + w + 1)};
+        const __m512i mean = smoothedMean(_mm512_loadu_si512(p), neighbours);
         __mmask32 green = ((x ^ odd) & 1u) != 0 ? 0x55555555u : 0xAAAAAAAAu;
         if (last < x + kLanes - 1)
             green &= last < x ? 0u : (std::uint32_t{2} << (last - x)) - 1;
@@ -663,29 +676,13 @@ QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::
     const Sites sites(1, last, odd ^ 1u);
     const SplitRow split{(w + 1) / 2};
     const std::uint16_t *here = balanced + row;
-    const __m512i reciprocal = _mm512_load_si512(kReciprocal);
-    const __m512i fifty = _mm512_set1_epi16(50), twentyFive = _mm512_set1_epi16(25);
-    const __m512i one = _mm512_set1_epi16(1), four = _mm512_set1_epi16(4);
     for (std::size_t t = 0;; t += 32) {
         t = std::min(t, sites.count - 32);
         const std::size_t x = sites.first + 2 * t;
-        const __m512i c = split.at(here, x);
-        __m512i sum = _mm512_slli_epi16(c, 2), weight = four;
         // The four diagonal neighbours, green sites too.
         const __m512i neighbours[4] = {split.at(here - w, x - 1), split.at(here - w, x + 1),
                                        split.at(here + w, x - 1), split.at(here + w, x + 1)};
-        for (const __m512i v : neighbours) {
-            const __m512i d = _mm512_abs_epi16(_mm512_sub_epi16(c, v));
-            const __mmask32 within50 = _mm512_cmplt_epu16_mask(d, fifty);
-            const __mmask32 within25 = _mm512_cmplt_epu16_mask(d, twentyFive);
-            sum = _mm512_mask_add_epi16(sum, within50, sum, v);
-            sum = _mm512_mask_add_epi16(sum, within25, sum, v);
-            weight = _mm512_mask_add_epi16(weight, within50, weight, one);
-            weight = _mm512_mask_add_epi16(weight, within25, weight, one);
-        }
-        __m512i mean = _mm512_srli_epi16(_mm512_mulhi_epu16(sum, _mm512_permutexvar_epi16(weight, reciprocal)), 2);
-        mean = _mm512_mask_mov_epi16(mean, _mm512_cmpeq_epi16_mask(weight, four), c);
-        _mm512_storeu_si512(split.place(mosaic + row, x), mean);
+        _mm512_storeu_si512(split.place(mosaic + row, x), smoothedMean(split.at(here, x), neighbours));
         if (t + 32 == sites.count)
             return;
     }
