@@ -464,40 +464,48 @@ QUORIN_KERNEL(OrRange, (const uint16_t *in, size_t n, uint32_t *out), {
     *out = bits;
 });
 
-// Colour balance of row y (and its copy for the smoothing); returns the OR
-// of the row's values.
-QUORIN_ALWAYS_INLINE inline uint32_t balanceRow(const Frame &f, uint32_t y, bool vector, bool copyForSmoothing)
+// Colour balance of row y from `in` to `out` (the same row, or another;
+// values the balance leaves alone are copied then), and a copy of the
+// result when `copy` is given; returns the OR of the balanced values.
+QUORIN_ALWAYS_INLINE inline uint32_t balanceRow(const Frame &f, uint32_t y, bool vector, const uint16_t *in,
+                                                uint16_t *out, uint16_t *copy)
 {
     const Area &a = f.area;
     const uint32_t *g = f.balanceGains;
-    uint16_t *row = f.work + size_t{y} * a.w;
     const uint32_t gainEven = (y & 1) ? g[1] : g[0], gainOdd = (y & 1) ? g[2] : g[1];
+    uint32_t done = 0; // columns balanced
     if (vector) {
         if (y < (a.h >> 1) * 2) {
             const uint32_t ge = static_cast<uint16_t>(gainEven), go = static_cast<uint16_t>(gainOdd);
             for (uint32_t x = 0; x < a.w; ++x) {
                 const auto p = static_cast<std::int16_t>(
-                    static_cast<uint16_t>((uint32_t{row[x]} * ((x & 1) ? go : ge)) >> 4));
-                row[x] = static_cast<uint16_t>(p > kMaxValue ? kMaxValue : p);
+                    static_cast<uint16_t>((uint32_t{in[x]} * ((x & 1) ? go : ge)) >> 4));
+                out[x] = static_cast<uint16_t>(p > kMaxValue ? kMaxValue : p);
             }
+            done = a.w;
         }
     } else {
-        const uint32_t pairs = a.w >> 1;
-        for (uint32_t x = 0; x < 2 * pairs; ++x) {
-            const auto p = static_cast<uint16_t>((uint32_t{row[x]} * ((x & 1) ? gainOdd : gainEven)) >> 4);
-            row[x] = p > kMaxValue ? kMaxValue : p;
+        done = a.w >> 1 << 1; // whole pairs
+        for (uint32_t x = 0; x < done; ++x) {
+            const auto p = static_cast<uint16_t>((uint32_t{in[x]} * ((x & 1) ? gainOdd : gainEven)) >> 4);
+            out[x] = p > kMaxValue ? kMaxValue : p;
         }
     }
-    if (copyForSmoothing)
-        std::memcpy(f.previous + size_t{y} * a.w, row, size_t{a.w} * 2);
+    if (out != in)
+        for (uint32_t x = done; x < a.w; ++x)
+            out[x] = in[x];
+    if (copy != nullptr)
+        std::memcpy(copy, out, size_t{a.w} * 2);
     uint32_t bits = 0;
     for (uint32_t x = 0; x < a.w; ++x)
-        bits |= row[x];
+        bits |= out[x];
     return bits;
 }
 
-QUORIN_KERNEL(BalanceRow, (const Frame &f, uint32_t y, bool vector, bool copyForSmoothing, uint32_t *bits),
-              *bits = balanceRow(f, y, vector, copyForSmoothing););
+QUORIN_KERNEL(BalanceRow,
+              (const Frame &f, uint32_t y, bool vector, const uint16_t *in, uint16_t *out, uint16_t *copy,
+               uint32_t *bits),
+              *bits = balanceRow(f, y, vector, in, out, copy););
 
 // Colour balance, and for colour mode 2 the copy the smoothing reads.
 // Returns whether every balanced value is below 1024.
@@ -524,7 +532,9 @@ bool balance(const Frame &f, bool copyForSmoothing)
 #pragma omp parallel for schedule(static) reduction(| : bits)
     for (int yi = 0; yi < h; ++yi) {
         uint32_t rowBits;
-        kernelRow(f, static_cast<uint32_t>(yi), vector, copyForSmoothing, &rowBits);
+        uint16_t *row = f.work + size_t(yi) * a.w;
+        kernelRow(f, static_cast<uint32_t>(yi), vector, row, row,
+                  copyForSmoothing ? f.previous + size_t(yi) * a.w : nullptr, &rowBits);
         bits |= rowBits;
     }
     return bits <= kMaxValue;
@@ -1478,13 +1488,13 @@ void outputColour(const Frame &f, bool sixteenBit, void *dest)
     reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
 }
 
-// The first step of split rows (see vector_rows.h): colour balance (in
-// place, natural rows kept for a fall-back), each balanced row split into
-// the red plane's buffer (free until the interpolation) and from there,
-// with green smoothing in colour mode 2, into the split mosaic; band by
-// band, so that a row is split and smoothed while it is in cache. Returns
-// whether every balanced value is below 1024; when not, the split mosaic is
-// of no use and work holds the balanced rows.
+// The first step of split rows (see vector_rows.h): colour balance, each
+// balanced row split into the red plane's buffer (free until the
+// interpolation) and from there, with green smoothing in colour mode 2,
+// into the split mosaic; band by band, so that a row is split and smoothed
+// while it is in cache. The mosaic in work stays as it is. Returns whether
+// every balanced value is below 1024; when not, the split mosaic is of no
+// use.
 bool balanceSmoothAndSplit(const ColourJob<1> &job)
 {
     const Frame &f = *job.f;
@@ -1506,14 +1516,18 @@ bool balanceSmoothAndSplit(const ColourJob<1> &job)
 #endif
         const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
         const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
+        alignas(64) uint16_t row[kSensorSide];
         auto prepare = [&](uint32_t y) {
             uint32_t rowBits;
-            if (kernel == Kernel::Skip)
-                orRange(f.work + y * w, w, &rowBits);
-            else
-                balanceRowKernel(f, y, kernel == Kernel::Vector, false, &rowBits);
+            const uint16_t *from = f.work + y * w;
+            if (kernel != Kernel::Skip) {
+                balanceRowKernel(f, y, kernel == Kernel::Vector, from, row, nullptr, &rowBits);
+                from = row;
+            } else {
+                orRange(from, w, &rowBits);
+            }
             bits |= rowBits;
-            vec::splitRowAvx512(f.work + y * w, w, balanced + y * w);
+            vec::splitRowAvx512(from, w, balanced + y * w);
         };
         auto finish = [&](uint32_t y) {
             if (smoothing && y >= 1 && y + 1 < a.h)
@@ -1558,15 +1572,7 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
             interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
             return ImageLayout::SplitPlanes;
         }
-        // A balanced value reached 1024: on natural rows, from the balanced
-        // rows.
-        if (f.colourMode == 2) {
-            std::memcpy(f.previous, f.work, n * 2);
-            greenSmoothing(f, false);
-        }
-        const ColourJob<1> natural{&f, {{f.rgb, f.previous, f.rgb + n}, a.w}, false};
-        interpolateAndFinish(natural, static_cast<std::uint8_t *>(dest));
-        return ImageLayout::Planes;
+        // A balanced value reached 1024: natural rows, as below.
     }
 
     const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;

@@ -672,9 +672,18 @@ QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std:
 QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row,
                                             std::size_t w, std::uint32_t odd, std::uint32_t last)
 {
-    std::memcpy(mosaic + row, balanced + row, w * 2);
     const Sites sites(1, last, odd ^ 1u);
     const SplitRow split{(w + 1) / 2};
+    // Red and blue sites as they are; the green sites outside the smoothed
+    // ones (one at most at each end) too.
+    const std::size_t counts[2] = {split.half, w / 2};
+    const std::uint32_t green = odd ^ 1u;
+    const std::size_t other = green ^ 1u, firstIndex = sites.first / 2, lastIndex = firstIndex + sites.count - 1;
+    std::memcpy(mosaic + row + other * split.half, balanced + row + other * split.half, counts[other] * 2);
+    const std::size_t greenAt = row + green * split.half;
+    std::memcpy(mosaic + greenAt, balanced + greenAt, firstIndex * 2);
+    std::memcpy(mosaic + greenAt + lastIndex + 1, balanced + greenAt + lastIndex + 1,
+                (counts[green] - lastIndex - 1) * 2);
     const std::uint16_t *here = balanced + row;
     for (std::size_t t = 0;; t += 32) {
         t = std::min(t, sites.count - 32);
