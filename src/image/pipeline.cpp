@@ -1337,11 +1337,18 @@ public:
             slot_[c] = channelSlot(f_.demosaicMethod, c);
         // With values below 1024 and coefficients that fit 16 bits, the
         // matrix sums never wrap: 16-bit multiply-adds serve.
-        matrixNarrow_ = tableOutput_ && job.narrow && f_.matrixOn;
+        bool fits = true;
         for (int k = 0; k < 9; ++k) {
-            matrixNarrow_ = matrixNarrow_ && f_.matrix[k] >= -32768 && f_.matrix[k] <= 32767;
+            fits = fits && f_.matrix[k] >= -32768 && f_.matrix[k] <= 32767;
             narrowMatrix_[k] = static_cast<std::int16_t>(f_.matrix[k]);
         }
+        matrixNarrow_ = tableOutput_ && job.narrow && f_.matrixOn && fits;
+        // The AVX2 kernel serves without the matrix too, with the identity
+        // (which leaves values below 1024 as they are).
+        avx2Narrow_ = !tableOutput_ && vec::avx2Active() && job.narrow && job.p.half == 0 && (fits || !f_.matrixOn);
+        if (avx2Narrow_ && !f_.matrixOn)
+            for (int k = 0; k < 9; ++k)
+                narrowMatrix_[k] = k % 4 == 0 ? 256 : 0;
     }
 
     void row(uint32_t y) const
@@ -1353,9 +1360,13 @@ public:
                                     narrowMatrix_, tables, slot_, dest_ + 3 * row);
             return;
         }
+        size_t done = 0;
+        if (avx2Narrow_)
+            done = vec::matrixTriples8Avx2(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, narrowMatrix_,
+                                           tables, slot_, dest_ + 3 * row);
         const OutputTable *reduced[3] = {&r0_, &r1_, &r2_};
         uint16_t values[3][kBlock], joined[3][kBlock];
-        for (size_t x0 = 0; x0 < w; x0 += kBlock) {
+        for (size_t x0 = done; x0 < w; x0 += kBlock) {
             const size_t n = std::min(kBlock, w - x0);
             const uint16_t *in[3] = {job_.p.c[0] + row + x0, job_.p.c[1] + row + x0, job_.p.c[2] + row + x0};
             if (job_.p.half != 0) {
@@ -1390,6 +1401,7 @@ private:
     unsigned slot_[3];
     bool tableOutput_;
     bool matrixNarrow_;
+    bool avx2Narrow_;
     std::int16_t narrowMatrix_[9];
     decltype(MatrixBlock::pick()) matrix_;
 };

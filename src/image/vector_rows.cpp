@@ -119,10 +119,9 @@ inline __mmask64 firstBytes(std::size_t n)
 
 // lut.wide[min(v, 1023)] of 16 values, as 16 bytes in order; a straight
 // table is a shift and a saturating pack.
-QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(const std::uint16_t *in, const OutputTable &lut)
+QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline __m128i lookUp16(__m256i values, const OutputTable &lut)
 {
-    const __m256i v = _mm256_min_epu16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in)),
-                                       _mm256_set1_epi16(1023));
+    const __m256i v = _mm256_min_epu16(values, _mm256_set1_epi16(1023));
     if (lut.shift >= 0) {
         const __m256i shifted = _mm256_srl_epi16(v, _mm_cvtsi32_si128(lut.shift));
         return _mm_packus_epi16(_mm256_castsi256_si128(shifted), _mm256_extracti128_si256(shifted, 1));
@@ -203,7 +202,8 @@ QUORIN_TARGET_AVX2 void lookUp8Avx2(const std::uint16_t *in, std::size_t n, cons
 {
     std::size_t k = 0;
     for (; k + 16 <= n; k += 16)
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k), lookUp16(in + k, table));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + k),
+                         lookUp16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(in + k)), table));
     for (; k < n; ++k)
         out[k] = table.bytes[in[k] > 1023 ? 1023 : in[k]];
 }
@@ -695,6 +695,99 @@ QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::
         if (t + 32 == sites.count)
             return;
     }
+}
+
+namespace {
+
+// Byte shuffles that interleave three 16-byte planes (in slot order) into
+// 48 bytes: output vector j takes byte P = 16 j + q from plane P % 3, at
+// byte P / 3 (0x80 elsewhere gives zero).
+struct InterleaveShuffles {
+    std::uint8_t mask[3][3][16]; // [output vector][plane][byte]
+    constexpr InterleaveShuffles() : mask{}
+    {
+        for (unsigned j = 0; j < 3; ++j)
+            for (unsigned plane = 0; plane < 3; ++plane)
+                for (unsigned q = 0; q < 16; ++q) {
+                    const unsigned P = 16 * j + q;
+                    mask[j][plane][q] = static_cast<std::uint8_t>(P % 3 == plane ? P / 3 : 0x80);
+                }
+    }
+};
+constexpr InterleaveShuffles kShuffles;
+
+QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline void storeTriples16(const __m128i bySlot[3], std::uint8_t *out)
+{
+    for (unsigned j = 0; j < 3; ++j) {
+        __m128i v = _mm_setzero_si128();
+        for (unsigned plane = 0; plane < 3; ++plane)
+            v = _mm_or_si128(v, _mm_shuffle_epi8(bySlot[plane], _mm_loadu_si128(reinterpret_cast<const __m128i *>(
+                                                                     kShuffles.mask[j][plane]))));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 16 * j), v);
+    }
+}
+
+} // namespace
+
+QUORIN_TARGET_AVX2 std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
+                                                  std::size_t n, const std::int16_t matrix[9],
+                                                  const OutputTable *const tables[3], const unsigned slot[3],
+                                                  std::uint8_t *out)
+{
+    __m256i redGreen[3], blue[3];
+    bool straight[3];
+    __m128i counts[3];
+    for (unsigned c = 0; c < 3; ++c) {
+        redGreen[c] = _mm256_set1_epi32(static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c]) |
+                                                         std::uint32_t{static_cast<std::uint16_t>(matrix[3 * c + 1])}
+                                                             << 16));
+        blue[c] = _mm256_set1_epi32(static_cast<std::uint16_t>(matrix[3 * c + 2]));
+        straight[c] = tables[c]->shift >= 0;
+        counts[c] = _mm_cvtsi32_si128(straight[c] ? tables[c]->shift : 0);
+    }
+    const __m256i limit = _mm256_set1_epi32(1023), zero = _mm256_setzero_si256();
+    std::size_t k = 0;
+    for (; k + 32 <= n; k += 32) {
+        __m256i channel[3][2];
+        for (unsigned h = 0; h < 2; ++h) {
+            const std::size_t at = k + 16 * h;
+            const __m256i rv = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(r + at));
+            const __m256i gv = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(g + at));
+            const __m256i bv = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(b + at));
+            const __m256i rgLow = _mm256_unpacklo_epi16(rv, gv), rgHigh = _mm256_unpackhi_epi16(rv, gv);
+            const __m256i bLow = _mm256_unpacklo_epi16(bv, zero), bHigh = _mm256_unpackhi_epi16(bv, zero);
+            for (unsigned c = 0; c < 3; ++c) {
+                __m256i low = _mm256_add_epi32(_mm256_madd_epi16(rgLow, redGreen[c]), _mm256_madd_epi16(bLow, blue[c]));
+                __m256i high =
+                    _mm256_add_epi32(_mm256_madd_epi16(rgHigh, redGreen[c]), _mm256_madd_epi16(bHigh, blue[c]));
+                // s <= 0 gives 0 (the pack saturates), s >> 8 above 1023 gives 1023.
+                low = _mm256_min_epi32(_mm256_srai_epi32(low, 8), limit);
+                high = _mm256_min_epi32(_mm256_srai_epi32(high, 8), limit);
+                channel[c][h] = _mm256_packus_epi32(low, high); // the unpacking's order undone
+            }
+        }
+        __m128i bytes[3][2]; // pixels k .. k + 15, k + 16 .. k + 31
+        for (unsigned c = 0; c < 3; ++c) {
+            if (straight[c]) {
+                const __m256i packed = _mm256_permute4x64_epi64(
+                    _mm256_packus_epi16(_mm256_srl_epi16(channel[c][0], counts[c]),
+                                        _mm256_srl_epi16(channel[c][1], counts[c])),
+                    0xD8);
+                bytes[c][0] = _mm256_castsi256_si128(packed);
+                bytes[c][1] = _mm256_extracti128_si256(packed, 1);
+            } else {
+                bytes[c][0] = lookUp16(channel[c][0], *tables[c]);
+                bytes[c][1] = lookUp16(channel[c][1], *tables[c]);
+            }
+        }
+        for (unsigned h = 0; h < 2; ++h) {
+            __m128i bySlot[3];
+            for (unsigned c = 0; c < 3; ++c)
+                bySlot[slot[c]] = bytes[c][h];
+            storeTriples16(bySlot, out + 3 * (k + 16 * h));
+        }
+    }
+    return k;
 }
 
 } // namespace quorin::image::vec

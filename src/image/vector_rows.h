@@ -70,6 +70,12 @@ std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, st
 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row, std::size_t w,
                             std::uint32_t odd, std::uint32_t last);
 
+// The same for AVX2, natural rows only, over whole blocks of 32 pixels;
+// returns the number of pixels done (the caller finishes the rest).
+std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
+                               const std::int16_t matrix[9], const OutputTable *const tables[3],
+                               const unsigned slot[3], std::uint8_t *out);
+
 // Split rows: the planes of the fast 8-bit colour path on AVX-512 keep each
 // row as its even columns followed by its odd ones (column x of a row of
 // width w at x / 2, or at (w + 1) / 2 + x / 2 when x is odd), so that the
