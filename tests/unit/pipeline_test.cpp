@@ -89,15 +89,19 @@ void fill(Scenario &s, std::mt19937 &rng, const Area &a, Content content, bool c
     s.rgb.assign(3 * kPixels, 0);
     s.previous.assign(kPixels, 0);
     s.cache.assign(3 * kPixels, 0x5A5A);
-    s.dark.resize(kPixels);
-    s.gainA.resize(kPixels);
-    s.gainB.resize(kPixels);
+    // The sensor tables: random under the area (the only part read),
+    // constant elsewhere.
+    s.dark.assign(kPixels, 7);
+    s.gainA.assign(kPixels, 1000);
+    s.gainB.assign(kPixels, 1000);
     const bool wildGains = (rng() % 4) == 0;
-    for (std::size_t i = 0; i < kPixels; ++i) {
-        s.dark[i] = rng() % 12;
-        s.gainA[i] = static_cast<std::uint16_t>(wildGains ? rng() : 900 + rng() % 200);
-        s.gainB[i] = static_cast<std::uint16_t>(997 + rng() % 50);
-    }
+    for (std::uint32_t y = a.y0; y < a.y0 + a.h; ++y)
+        for (std::uint32_t x = a.x0; x < a.x0 + a.w; ++x) {
+            const std::size_t i = std::size_t{y} * 1024 + x;
+            s.dark[i] = rng() % 12;
+            s.gainA[i] = static_cast<std::uint16_t>(wildGains ? rng() : 900 + rng() % 200);
+            s.gainB[i] = static_cast<std::uint16_t>(997 + rng() % 50);
+        }
     s.luts.resize(6 * 1024);
     // Straight tables (which the fast output computes instead of looking
     // up), inverted, random, per channel: straight, doubled (straight
