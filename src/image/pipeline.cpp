@@ -165,6 +165,7 @@ struct SensorJob {
     const OutputTable *output = nullptr;
     std::uint8_t *dest8 = nullptr;
     bool shuffleUnpack = false; // the AVX2 unpacking kernel runs
+    bool vbmiRow = false;       // the VBMI kernel unpacks and corrects
     bool tableOutput = false;   // the VBMI look-up kernel runs
     bool gatherOutput = false;  // else the AVX2 one
 };
@@ -177,7 +178,18 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
     const Frame &f = *job.f;
     const Area &a = f.area;
     uint16_t *row = f.work + size_t{y} * a.w;
+    const size_t table = size_t{a.y0 + y} * kSensorSide + a.x0;
+    bool corrected = false;
     if constexpr (Unpack) {
+        if (job.vbmiRow) {
+            // All of it in registers, 32 values at a time.
+            vec::sensorRowVbmi(f.raw + size_t{y} * a.w / 4 * 5, a.w / 4, job.dark ? f.dark + table : nullptr,
+                               job.darkVector, job.gain && !job.constantGain ? job.gainTable + table : nullptr,
+                               job.gain && job.constantGain ? 997 : 0, row);
+            corrected = true;
+        }
+    }
+    if (Unpack && !corrected) {
         // Each group is a 40-bit little-endian number; read it as 64 bits
         // (a frame is at most 1.25 MiB of the 2 MiB buffer, so the three
         // bytes beyond the last group are always inside it).
@@ -197,8 +209,7 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
             row[4 * g + 3] = static_cast<uint16_t>((v >> 30) & 0x3FF);
         }
     }
-    const size_t table = size_t{a.y0 + y} * kSensorSide + a.x0;
-    if (job.dark) {
+    if (job.dark && !corrected) {
         const uint16_t *d = f.dark + table;
         if (job.darkVector) {
             for (uint32_t x = 0; x < a.w; ++x) {
@@ -213,7 +224,7 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
             }
         }
     }
-    if (job.gain) {
+    if (job.gain && !corrected) {
         if (job.constantGain) {
             for (uint32_t x = 0; x < a.w; ++x) {
                 const auto p = static_cast<uint16_t>((uint32_t{row[x]} * 997u) >> 9);
@@ -282,6 +293,7 @@ void sensorPass(const Frame &f, const OutputTable *output = nullptr, std::uint8_
     job.output = output;
     job.dest8 = dest8;
     job.shuffleUnpack = vec::avx2Active();
+    job.vbmiRow = vec::vbmiActive();
     job.tableOutput = vec::vbmiActive();
     job.gatherOutput = vec::avx2Active();
     SensorJob first = job;

@@ -37,6 +37,16 @@ bool avx512Active();
 // Returns the number of groups done; the caller unpacks the rest.
 std::size_t unpackGroupsAvx2(const std::uint8_t *in, std::size_t groups, std::size_t readable, std::uint16_t *out);
 
+// One row of the sensor corrections on whole groups (VBMI): unpacks
+// `groups` groups of four 10-bit values from in (five bytes each) to out,
+// subtracts the dark row (dark null: none; darkClamp: the result kept
+// within 0 .. 1023, else only above 0, both as 16-bit signed values) and
+// applies the pixel gain, value * gain >> 9 in 16 bits, values above 1023
+// as signed 16-bit values becoming 1023 (gainRow null: the constant gain,
+// 0: none).
+void sensorRowVbmi(const std::uint8_t *in, std::size_t groups, const std::uint16_t *dark, bool darkClamp,
+                   const std::uint16_t *gainRow, std::uint16_t constantGain, std::uint16_t *out);
+
 // out[k] = table.bytes[min(in[k], 1023)] for k < n, by in-register look-ups
 // (VBMI) or gathers (AVX2), or by the table's shift.
 void lookUp8Avx2(const std::uint16_t *in, std::size_t n, const OutputTable &table, std::uint8_t *out);
