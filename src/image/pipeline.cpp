@@ -1,7 +1,8 @@
 // The shipped pixel pipeline. It produces exactly what the reference
 // stages produce, but organised for speed:
-//  - unpacking (byte shuffles with AVX2), dark subtraction, pixel gain and,
-//    for monochrome 8-bit output, the look-up run as one pass per row;
+//  - unpacking (byte shuffles with AVX2, byte permutes with VBMI), dark
+//    subtraction, pixel gain and, for monochrome 8-bit output, the look-up
+//    run as one pass per row;
 //  - defect correction looks neighbours up in a hash set of the list and
 //    corrects the pixels in parallel (a corrected pixel never feeds another
 //    one: listed neighbours are excluded, so the order of the list does not
@@ -12,6 +13,9 @@
 //    interpolation passes and the output (colour matrix, look-up, 8-bit
 //    reduction, interleaving) run row after row over each thread's band of
 //    rows, and with values below 1024 the passes compute in 16-bit lanes;
+//  - with AVX-512 VBMI the planes hold split rows (even columns, then odd
+//    ones): balance, smoothing and the interpolation passes then compute
+//    only the sites each one changes, whole registers at a time;
 //  - the 1024-entry 8-bit look-up runs as in-register table look-ups where
 //    the processor has AVX-512 VBMI (see vector_rows.h), and as a shift when
 //    the table is straight (the identity table a camera opens with);

@@ -1,9 +1,12 @@
 // Row kernels written with x86 intrinsics for the steps the compiler cannot
-// vectorise by itself: unpacking the 10-bit groups (byte shuffles) and the
-// 8-bit output through a 1024-entry table (in-register table look-ups with
-// AVX-512 VBMI, gathers with AVX2), with the colour matrix and the
-// interleaving of the triples. Each kernel exists only for the levels named
-// in it; the callers keep a plain loop for the other levels.
+// vectorise well by itself: unpacking the 10-bit groups (byte shuffles,
+// with the dark frame and the pixel gain in the same registers on VBMI),
+// the 8-bit output through a 1024-entry table (in-register table look-ups
+// with AVX-512 VBMI, gathers with AVX2, a shift for straight tables) with
+// the colour matrix and the interleaving of the triples, green smoothing
+// (a reciprocal multiplication instead of a division), and the passes over
+// split rows (see below). Each kernel exists only for the levels named in
+// it; the callers keep a plain loop for the other levels.
 #pragma once
 
 #include <cstddef>
