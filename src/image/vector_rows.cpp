@@ -729,10 +729,14 @@ QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline void storeTriples16(const __m128i
 
 } // namespace
 
-QUORIN_TARGET_AVX2 std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
-                                                  std::size_t n, const std::int16_t matrix[9],
-                                                  const OutputTable *const tables[3], const unsigned slot[3],
-                                                  std::uint8_t *out)
+namespace {
+
+// The AVX2 matrix kernel's loop for one order of the slots, so that the
+// channels stay in registers.
+template <bool BlueFirst>
+QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline std::size_t
+matrixTriplesAvx2Loop(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
+                      const std::int16_t matrix[9], const OutputTable *const tables[3], std::uint8_t *out)
 {
     __m256i redGreen[3], blue[3];
     bool straight[3];
@@ -781,13 +785,22 @@ QUORIN_TARGET_AVX2 std::size_t matrixTriples8Avx2(const std::uint16_t *r, const 
             }
         }
         for (unsigned h = 0; h < 2; ++h) {
-            __m128i bySlot[3];
-            for (unsigned c = 0; c < 3; ++c)
-                bySlot[slot[c]] = bytes[c][h];
+            const __m128i bySlot[3] = {bytes[BlueFirst ? 2 : 0][h], bytes[1][h], bytes[BlueFirst ? 0 : 2][h]};
             storeTriples16(bySlot, out + 3 * (k + 16 * h));
         }
     }
     return k;
+}
+
+} // namespace
+
+QUORIN_TARGET_AVX2 std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
+                                                  std::size_t n, const std::int16_t matrix[9],
+                                                  const OutputTable *const tables[3], const unsigned slot[3],
+                                                  std::uint8_t *out)
+{
+    return slot[0] == 2 ? matrixTriplesAvx2Loop<true>(r, g, b, n, matrix, tables, out)
+                        : matrixTriplesAvx2Loop<false>(r, g, b, n, matrix, tables, out);
 }
 
 namespace {
