@@ -830,6 +830,18 @@ QUORIN_LANES_KERNEL(GreenInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
 
 using PlanarRowKernel = void (*)(const ColourJob<1> &, uint32_t);
 
+// The row kernel of a pass for planes: on split rows, in 16-bit lanes when
+// the values allow, else in 32-bit values; none for interleaved triples,
+// which use the plain loops.
+template <typename Narrow, typename Planar, size_t S>
+PlanarRowKernel rowKernel(const ColourJob<S> &job, PlanarRowKernel split)
+{
+    if constexpr (S == 1)
+        return job.p.half != 0 ? split : job.narrow ? Narrow::pick() : Planar::pick();
+    else
+        return nullptr;
+}
+
 template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
 {
     const Area &a = job.f->area;
@@ -858,12 +870,7 @@ void greenInnerSplit(const ColourJob<1> &job, uint32_t y)
 
 template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
 {
-    if constexpr (S == 1)
-        return job.p.half != 0 ? greenInnerSplit
-               : job.narrow    ? GreenInnerNarrow::pick()
-                               : GreenInnerPlanar::pick();
-    else
-        return nullptr; // interleaved triples use the plain loops
+    return rowKernel<GreenInnerNarrow, GreenInnerPlanar>(job, greenInnerSplit);
 }
 
 template <size_t S> void greenPlane(const ColourJob<S> &job)
@@ -1016,12 +1023,7 @@ void lineInnerSplit(const ColourJob<1> &job, uint32_t y)
 
 template <size_t S> PlanarRowKernel lineKernel(const ColourJob<S> &job)
 {
-    if constexpr (S == 1)
-        return job.p.half != 0 ? lineInnerSplit
-               : job.narrow    ? LineInnerNarrow::pick()
-                               : LineInnerPlanar::pick();
-    else
-        return nullptr; // interleaved triples use the plain loops
+    return rowKernel<LineInnerNarrow, LineInnerPlanar>(job, lineInnerSplit);
 }
 
 template <size_t S> void redBlueAtGreen(const ColourJob<S> &job)
@@ -1268,12 +1270,7 @@ void diagonalInnerSplit(const ColourJob<1> &job, uint32_t y)
 
 template <size_t S> PlanarRowKernel diagonalKernel(const ColourJob<S> &job)
 {
-    if constexpr (S == 1)
-        return job.p.half != 0 ? diagonalInnerSplit
-               : job.narrow    ? DiagonalInnerNarrow::pick()
-                               : DiagonalInnerPlanar::pick();
-    else
-        return nullptr; // interleaved triples use the plain loops
+    return rowKernel<DiagonalInnerNarrow, DiagonalInnerPlanar>(job, diagonalInnerSplit);
 }
 
 // The top row's red sites take blue from below, the bottom row's odd
