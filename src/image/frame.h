@@ -43,7 +43,9 @@ inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
 // 8-bit path, which keeps its colours as three planes before the colour
 // matrix and look-up: red at rgbImage, green at previousFrame, blue at
 // rgbImage + w * h; with SplitPlanes each row of a plane holds its even
-// columns, then its odd ones.
+// columns, then its odd ones, and the values the mosaic holds (green at
+// green sites, red and blue at their own sites) stay in the split mosaic
+// at rgbImage + 2 w h instead.
 enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes };
 
 struct Frame {

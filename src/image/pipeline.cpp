@@ -709,6 +709,24 @@ template <size_t S> struct ColourJob {
             return splitMosaic[size_t{y} * p.w + (x & 1u) * p.half + x / 2];
         return f->work[size_t{y} * p.w + x];
     }
+    // Split rows leave the values the mosaic holds (a green site's green,
+    // a red or blue site's own colour) in the split mosaic only: the planes
+    // hold the interpolated ones. In a row of parity `odd` those are the
+    // green plane's half odd ^ 1 and the own colour's half odd.
+    const uint16_t *rowHalf(unsigned colour, uint32_t y, unsigned h) const
+    {
+        const size_t row = size_t{y} * p.w + h * p.half;
+        const unsigned odd = y & 1;
+        const bool inMosaic = colour == kGreen ? h != odd : colour == (odd ? kBlue : kRed) && h == odd;
+        return (inMosaic ? splitMosaic : p.c[colour]) + row;
+    }
+    // The finished interpolation of one colour at column x of row y.
+    uint16_t value(unsigned colour, uint32_t x, uint32_t y) const
+    {
+        if (splitMosaic == nullptr)
+            return p.at(colour, x, y);
+        return rowHalf(colour, y, x & 1u)[x / 2];
+    }
 };
 
 
@@ -864,8 +882,7 @@ template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, Plan
 void greenInnerSplit(const ColourJob<1> &job, uint32_t y)
 {
     const Frame &f = *job.f;
-    vec::greenSplitAvx512(job.splitMosaic, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], size_t{y} * f.area.w,
-                          f.area.w, y & 1);
+    vec::greenSplitAvx512(job.splitMosaic, job.p.c[kGreen], size_t{y} * f.area.w, f.area.w, y & 1);
 }
 
 template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
@@ -1369,8 +1386,12 @@ public:
         const size_t w = f_.area.w, row = size_t{y} * w;
         const OutputTable *tables[3] = {&r0_, &r1_, &r2_};
         if (matrixNarrow_) {
-            vec::matrixTriples8Vbmi(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, job_.p.half,
-                                    narrowMatrix_, tables, slot_, dest_ + 3 * row);
+            const bool split = job_.p.half != 0;
+            const uint16_t *rows[3][2];
+            for (unsigned c = 0; c < 3; ++c)
+                for (unsigned h = 0; h < 2; ++h)
+                    rows[c][h] = split ? job_.rowHalf(c, y, h) : job_.p.c[c] + row;
+            vec::matrixTriples8Vbmi(rows, w, split, narrowMatrix_, tables, slot_, dest_ + 3 * row);
             return;
         }
         size_t done = 0;
@@ -1386,7 +1407,7 @@ public:
                 // Split rows: the block's pixels in their order first.
                 for (unsigned c = 0; c < 3; ++c) {
                     for (size_t k = 0; k < n; ++k)
-                        joined[c][k] = job_.p.at(c, static_cast<uint32_t>(x0 + k), y);
+                        joined[c][k] = job_.value(c, static_cast<uint32_t>(x0 + k), y);
                     in[c] = joined[c];
                 }
             }

@@ -26,15 +26,27 @@ bool lastImagePixel(std::uint32_t deviceNo, std::uint32_t index, std::uint32_t r
             triple[c] = b.rgbImage[deviceNo][std::size_t{3} * index + c];
     } else {
         std::size_t at = index;
+        const std::uint16_t *planes[3] = {b.rgbImage[deviceNo], b.previousFrame[deviceNo],
+                                          b.rgbImage[deviceNo] + last.pixels};
         if (last.layout == ImageLayout::SplitPlanes) {
             // Even columns first in each row; an index past the frame's
-            // rows reads the buffer as it stands.
-            const std::size_t w = last.width, x = index % w, split = index - x + (x & 1) * ((w + 1) / 2) + x / 2;
-            at = split < kProbePixels ? split : index;
+            // rows reads the buffers as they stand. The values the mosaic
+            // holds (green at a green site, a red or blue site's own
+            // colour) are read from the split mosaic.
+            const std::size_t w = last.width, x = index % w, y = index / w;
+            const std::size_t split = index - x + (x & 1) * ((w + 1) / 2) + x / 2;
+            if (split < last.pixels) {
+                at = split;
+                const std::uint16_t *mosaic = b.rgbImage[deviceNo] + 2 * std::size_t{last.pixels};
+                if (((x ^ y) & 1) != 0)
+                    planes[1] = mosaic;
+                else
+                    planes[(y & 1) != 0 ? 2 : 0] = mosaic;
+            }
         }
-        triple[red] = b.rgbImage[deviceNo][at];
-        triple[1] = b.previousFrame[deviceNo][at];
-        triple[blue] = b.rgbImage[deviceNo][std::size_t{last.pixels} + at];
+        triple[red] = planes[0][at];
+        triple[1] = planes[1][at];
+        triple[blue] = planes[2][at];
         const Area one{1, 1, 0, 0};
         const std::uint32_t demosaic = last.blueFirst ? 1 : 0;
         if (last.matrixOn)

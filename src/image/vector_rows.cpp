@@ -255,9 +255,8 @@ enum class Output { Tables, Shifts, Narrow };
 // in registers.
 template <bool BlueFirst, Output Out, bool Split>
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void
-matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
-                  std::size_t half, const std::int16_t matrix[9], const OutputTable *const tables[3],
-                  std::uint8_t *out)
+matrixTriplesLoop(const RowHalves &rows, std::size_t n, const std::int16_t matrix[9],
+                  const OutputTable *const tables[3], std::uint8_t *out)
 {
     // Pairs (red, green) and (blue, 0) of 16-bit lanes multiply-add with
     // pairs of coefficients into 32-bit sums.
@@ -284,14 +283,14 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
             std::size_t at;
             if constexpr (Split) {
                 lanes = firstHalf(h == 0 ? (left + 1) / 2 : left / 2);
-                at = h * half + k / 2;
+                at = k / 2;
             } else {
                 lanes = h == 0 ? firstHalf(left) : secondHalf(left);
                 at = k + 32 * h;
             }
-            const __m512i rv = _mm512_maskz_loadu_epi16(lanes, r + at);
-            const __m512i gv = _mm512_maskz_loadu_epi16(lanes, g + at);
-            const __m512i bv = _mm512_maskz_loadu_epi16(lanes, b + at);
+            const __m512i rv = _mm512_maskz_loadu_epi16(lanes, rows[0][h] + at);
+            const __m512i gv = _mm512_maskz_loadu_epi16(lanes, rows[1][h] + at);
+            const __m512i bv = _mm512_maskz_loadu_epi16(lanes, rows[2][h] + at);
             const __m512i rgLow = _mm512_unpacklo_epi16(rv, gv), rgHigh = _mm512_unpackhi_epi16(rv, gv);
             const __m512i bLow = _mm512_unpacklo_epi16(bv, zero), bHigh = _mm512_unpackhi_epi16(bv, zero);
             for (unsigned c = 0; c < 3; ++c) {
@@ -328,22 +327,20 @@ matrixTriplesLoop(const std::uint16_t *r, const std::uint16_t *g, const std::uin
 }
 
 template <bool BlueFirst, Output Out>
-QUORIN_TARGET_VBMI void matrixTriplesRow(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
-                                         std::size_t n, std::size_t half, const std::int16_t matrix[9],
+QUORIN_TARGET_VBMI void matrixTriplesRow(const RowHalves &rows, std::size_t n, bool split, const std::int16_t matrix[9],
                                          const OutputTable *const tables[3], std::uint8_t *out)
 {
-    if (half != 0)
-        matrixTriplesLoop<BlueFirst, Out, true>(r, g, b, n, half, matrix, tables, out);
+    if (split)
+        matrixTriplesLoop<BlueFirst, Out, true>(rows, n, matrix, tables, out);
     else
-        matrixTriplesLoop<BlueFirst, Out, false>(r, g, b, n, half, matrix, tables, out);
+        matrixTriplesLoop<BlueFirst, Out, false>(rows, n, matrix, tables, out);
 }
 
 } // namespace
 
-QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b,
-                                           std::size_t n, std::size_t half, const std::int16_t matrix[9],
-                                           const OutputTable *const tables[3], const unsigned slot[3],
-                                           std::uint8_t *out)
+QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const RowHalves &rows, std::size_t n, bool split,
+                                           const std::int16_t matrix[9], const OutputTable *const tables[3],
+                                           const unsigned slot[3], std::uint8_t *out)
 {
     int widest = -1;
     for (unsigned c = 0; c < 3; ++c)
@@ -355,7 +352,7 @@ QUORIN_TARGET_VBMI void matrixTriples8Vbmi(const std::uint16_t *r, const std::ui
                                   : (output == Output::Narrow   ? matrixTriplesRow<false, Output::Narrow>
                                      : output == Output::Shifts ? matrixTriplesRow<false, Output::Shifts>
                                                                 : matrixTriplesRow<false, Output::Tables>);
-    row(r, g, b, n, half, matrix, tables, out);
+    row(rows, n, split, matrix, tables, out);
 }
 
 QUORIN_TARGET_VBMI void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n,
@@ -550,8 +547,8 @@ QUORIN_TARGET_AVX512 void splitRowAvx512(const std::uint16_t *in, std::size_t w,
     }
 }
 
-QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::uint16_t *own,
-                                           std::size_t row, std::size_t w, std::uint32_t odd)
+QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t row,
+                                           std::size_t w, std::uint32_t odd)
 {
     const Sites sites(2, w - 3, odd);
     const SplitRow split{(w + 1) / 2};
@@ -578,12 +575,6 @@ QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t
         __m512i g = _mm512_mask_mov_epi16(both, strong & _mm512_cmpgt_epi16_mask(dh, dv), vertical);
         g = clamp1023(_mm512_mask_mov_epi16(g, strong & _mm512_cmplt_epi16_mask(dh, dv), horizontal));
         _mm512_storeu_si512(split.place(green + row, x), g);
-        // The green sites between, and in the first block also the one
-        // before the first site.
-        if (t == 0)
-            _mm512_storeu_si512(split.place(green + row, x - 1), gl);
-        _mm512_storeu_si512(split.place(green + row, x + 1), gr);
-        _mm512_storeu_si512(split.place(own + row, x), c);
         if (t + 32 == sites.count)
             return;
     }

@@ -61,14 +61,18 @@ void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, const OutputTable &tabl
 void triples8Vbmi(const std::uint16_t (*values)[kBlock], std::size_t n, const OutputTable *const tables[3],
                   const unsigned slot[3], std::uint8_t *out);
 
-// The colour matrix, look-up and 8-bit triples of a row of n pixels held
-// as three planes r, g, b of values below 1024, natural (half 0) or split
-// (half (n + 1) / 2, see below), with matrix coefficients that fit 16 bits
-// (the sums then never wrap): row c of the matrix gives the value that
-// goes through tables[c] to out[3 * k + slot[c]] (VBMI).
-void matrixTriples8Vbmi(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
-                        std::size_t half, const std::int16_t matrix[9], const OutputTable *const tables[3],
-                        const unsigned slot[3], std::uint8_t *out);
+// Where the matrix kernel reads a row's red, green and blue values: for
+// natural rows rows[c][0] and rows[c][1] both point at the row; for split
+// rows (see below) rows[c][0] at its even columns and rows[c][1] at its
+// odd ones, which may lie in different buffers.
+using RowHalves = const std::uint16_t *const[3][2];
+
+// The colour matrix, look-up and 8-bit triples of a row of n pixels of
+// values below 1024, natural or split, with matrix coefficients that fit
+// 16 bits (the sums then never wrap): row c of the matrix gives the value
+// that goes through tables[c] to out[3 * k + slot[c]] (VBMI).
+void matrixTriples8Vbmi(const RowHalves &rows, std::size_t n, bool split, const std::int16_t matrix[9],
+                        const OutputTable *const tables[3], const unsigned slot[3], std::uint8_t *out);
 
 // Adaptive smoothing of the green sites of one row of a mosaic whose values
 // are all below 1024: for each column x from 1 with ((x ^ odd) & 1) set and
@@ -102,8 +106,9 @@ void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out);
 // `row`) of the three interpolation passes on split rows, over a split
 // mosaic m of values below 1024. Rows must be at least 68 wide.
 //  - green: red and blue sites of columns 2 .. w-3 get the gradient-guided
-//    green in `green` and their own value in `own`; green sites get their
-//    value in `green`.
+//    green in `green`. The values the mosaic already holds (a green site's
+//    green, a red or blue site's own colour) stay there: the finish and
+//    the probe read them from the split mosaic.
 //  - line: green sites of columns 2 .. w-3 get the colour of their row's
 //    neighbours in `horizontal` and of their column's in `vertical`.
 //  - diagonal: red and blue sites of columns 1 .. w-2 get the colour of
@@ -115,8 +120,8 @@ constexpr std::size_t kSplitMinWidth = 68;
 // mean as smoothGreenAvx512 computes it.
 void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row, std::size_t w,
                        std::uint32_t odd, std::uint32_t last);
-void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::uint16_t *own, std::size_t row,
-                      std::size_t w, std::uint32_t odd);
+void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t row, std::size_t w,
+                      std::uint32_t odd);
 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *horizontal,
                      std::uint16_t *vertical, std::size_t row, std::size_t w, std::uint32_t odd);
 void diagonalSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *missing, std::size_t row,
