@@ -636,23 +636,24 @@ QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std:
             // When neither diagonal pair agrees with the green: the first
             // mixed pair that does, else the closest single neighbour
             // within 100 (the first of equals), else the mean of all.
+            // Every candidate is clamped alike: the chosen one once.
             const __m512i cs[4] = {c0, c1, c2, c3}, gs[4] = {g0, g1, g2, g3};
-            __m512i bestDistance = _mm512_set1_epi16(100), best = clamp1023(all);
+            __m512i towards[4];
+            __m512i bestDistance = _mm512_set1_epi16(100), best = all;
             for (int k = 0; k < 4; ++k) {
-                const __m512i towards = _mm512_sub_epi16(gc, gs[k]);
-                const __m512i distance = _mm512_abs_epi16(towards);
+                towards[k] = _mm512_sub_epi16(gc, gs[k]);
+                const __m512i distance = _mm512_abs_epi16(towards[k]);
                 const __mmask32 closer = _mm512_cmplt_epi16_mask(distance, bestDistance);
                 bestDistance = _mm512_mask_mov_epi16(bestDistance, closer, distance);
-                best = _mm512_mask_mov_epi16(best, closer, clamp1023(_mm512_add_epi16(cs[k], towards)));
+                best = _mm512_mask_mov_epi16(best, closer, _mm512_add_epi16(cs[k], towards[k]));
             }
             static constexpr int kMixed[4][2] = {{1, 3}, {1, 2}, {0, 3}, {0, 2}}; // the last one first
             for (const auto &p : kMixed) {
-                const __m512i d = _mm512_sub_epi16(_mm512_sub_epi16(twice, gs[p[0]]), gs[p[1]]);
-                const __m512i mixed =
-                    clamp1023(_mm512_srai_epi16(_mm512_add_epi16(_mm512_add_epi16(cs[p[0]], cs[p[1]]), d), 1));
+                const __m512i d = _mm512_add_epi16(towards[p[0]], towards[p[1]]); // 2 g - g[p0] - g[p1]
+                const __m512i mixed = _mm512_srai_epi16(_mm512_add_epi16(_mm512_add_epi16(cs[p[0]], cs[p[1]]), d), 1);
                 best = _mm512_mask_mov_epi16(best, below(_mm512_abs_epi16(d), 200), mixed);
             }
-            v = _mm512_mask_mov_epi16(v, fallback, best);
+            v = _mm512_mask_mov_epi16(v, fallback, clamp1023(best));
         }
         _mm512_storeu_si512(split.place(missing + row, x), v);
         if (t + 32 == sites.count)
