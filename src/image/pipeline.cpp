@@ -35,6 +35,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace quorin::image {
 namespace {
@@ -283,7 +284,7 @@ void unpackParallel(const std::uint8_t *raw, size_t pixels, uint16_t *work)
 
 // The sensor corrections; when output is given, the rows also go through
 // that table into dest8 as they are finished.
-void sensorPass(const Frame &f, const OutputTable *output = nullptr, std::uint8_t *dest8 = nullptr)
+SensorJob sensorJob(const Frame &f, const OutputTable *output = nullptr, std::uint8_t *dest8 = nullptr)
 {
     const Kernel kernel = kernelFor(f.kernelVariant);
     SensorJob job{&f, f.darkSubtract && kernel != Kernel::Skip, kernel == Kernel::Vector, nullptr, false, false};
@@ -292,14 +293,20 @@ void sensorPass(const Frame &f, const OutputTable *output = nullptr, std::uint8_
         job.constantGain = f.pixelGainMode == 3;
         job.gainTable = f.pixelGainMode == 1 ? f.gainA : f.pixelGainMode == 2 ? f.gainB : nullptr;
     }
-    // The crosstalk correction sits between dark and gain: split there.
-    const bool split = f.columnCorrect;
     job.output = output;
     job.dest8 = dest8;
     job.shuffleUnpack = vec::avx2Active();
     job.vbmiRow = vec::vbmiActive();
     job.tableOutput = vec::vbmiActive();
     job.gatherOutput = vec::avx2Active();
+    return job;
+}
+
+void sensorPass(const Frame &f, const OutputTable *output = nullptr, std::uint8_t *dest8 = nullptr)
+{
+    const SensorJob job = sensorJob(f, output, dest8);
+    // The crosstalk correction sits between dark and gain: split there.
+    const bool split = f.columnCorrect;
     SensorJob first = job;
     if (split) {
         first.gain = false;
@@ -370,6 +377,45 @@ private:
     bool holdsEmptyValue_ = false;
 };
 
+// Corrects one listed pixel: the mean of its neighbours in the area that
+// are not listed themselves (four for the monochrome model; for the colour
+// model the four diagonal ones at a green site, else the four two away).
+// Returns the pixel's index, or SIZE_MAX when it lies off the area or has
+// no such neighbour (and keeps its value).
+QUORIN_ALWAYS_INLINE inline size_t correctDefect(const Frame &f, const DefectSet &set, uint32_t entry)
+{
+    const Area &a = f.area;
+    struct Offset {
+        int dx, dy;
+    };
+    static constexpr Offset kFour[4] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
+    static constexpr Offset kDiagonal[4] = {{-1, -1}, {-1, 1}, {1, -1}, {1, 1}};
+    static constexpr Offset kTwoAway[4] = {{-2, 0}, {2, 0}, {0, -2}, {0, 2}};
+    const uint32_t x = (entry >> 16) - a.x0, y = (entry & 0xFFFF) - a.y0;
+    if (x >= a.w || y >= a.h)
+        return SIZE_MAX;
+    const Offset *offsets = kFour;
+    if (f.colour) {
+        const bool green = ((x ^ y) & 1) != 0;
+        offsets = green ? kDiagonal : kTwoAway;
+    }
+    uint32_t sum = 0, used = 0;
+    for (int i = 0; i < 4; ++i) {
+        const int64_t cx = int64_t{x} + offsets[i].dx, cy = int64_t{y} + offsets[i].dy;
+        if (cx < 0 || cy < 0 || cx >= int64_t{a.w} || cy >= int64_t{a.h})
+            continue;
+        if (set.holds(entry + static_cast<uint32_t>(offsets[i].dx * 0x10000 + offsets[i].dy)))
+            continue;
+        sum += f.work[size_t(cy) * a.w + size_t(cx)];
+        ++used;
+    }
+    if (used == 0)
+        return SIZE_MAX;
+    const size_t i = size_t{y} * a.w + x;
+    f.work[i] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
+    return i;
+}
+
 // Defect correction; when output is given, each corrected pixel's output
 // value in dest8 is written again. A corrected pixel never feeds another
 // one (listed neighbours are excluded), so the pixels are independent.
@@ -377,45 +423,46 @@ void correctDefects(const Frame &f, const OutputTable *output = nullptr, std::ui
 {
     if (!f.defectCorrect || f.defectCount == 0)
         return;
-    const Area &a = f.area;
     const DefectSet set(f.defects, std::min<uint32_t>(f.defectCount, 1024));
-    struct Offset {
-        int dx, dy;
-    };
-    static constexpr Offset kFour[4] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
-    static constexpr Offset kDiagonal[4] = {{-1, -1}, {-1, 1}, {1, -1}, {1, 1}};
-    static constexpr Offset kTwoAway[4] = {{-2, 0}, {2, 0}, {0, -2}, {0, 2}};
     const int count = static_cast<int>(set.distinctCount());
     const uint32_t *entries = set.distinct();
 #pragma omp parallel for schedule(static) if (count >= 256)
     for (int k = 0; k < count; ++k) {
-        const uint32_t entry = entries[k];
-        const uint32_t x = (entry >> 16) - a.x0, y = (entry & 0xFFFF) - a.y0;
-        if (x >= a.w || y >= a.h)
-            continue;
-        const Offset *offsets = kFour;
-        if (f.colour) {
-            const bool green = ((x ^ y) & 1) != 0;
-            offsets = green ? kDiagonal : kTwoAway;
-        }
-        uint32_t sum = 0, used = 0;
-        for (int i = 0; i < 4; ++i) {
-            const int64_t cx = int64_t{x} + offsets[i].dx, cy = int64_t{y} + offsets[i].dy;
-            if (cx < 0 || cy < 0 || cx >= int64_t{a.w} || cy >= int64_t{a.h})
-                continue;
-            if (set.holds(entry + static_cast<uint32_t>(offsets[i].dx * 0x10000 + offsets[i].dy)))
-                continue;
-            sum += f.work[size_t(cy) * a.w + size_t(cx)];
-            ++used;
-        }
-        if (used > 0) {
-            const size_t i = size_t{y} * a.w + x;
-            f.work[i] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
-            if (dest8 != nullptr)
-                dest8[i] = output->bytes[lutIndex(f.work[i])];
-        }
+        const size_t i = correctDefect(f, set, entries[k]);
+        if (i != SIZE_MAX && dest8 != nullptr)
+            dest8[i] = output->bytes[lutIndex(f.work[i])];
     }
 }
+
+// The distinct listed pixels of the area grouped by row, for passes that
+// correct the defects of a row as soon as the rows it reads are ready
+// (those two above and two below).
+class DefectRows {
+public:
+    DefectRows(const DefectSet &set, const Area &a)
+    {
+        const uint32_t rows = std::min<uint32_t>(a.h, kSensorSide);
+        std::fill(start_, start_ + rows + 2, 0);
+        auto rowOf = [&](uint32_t entry) {
+            const uint32_t x = (entry >> 16) - a.x0, y = (entry & 0xFFFF) - a.y0;
+            return x < a.w && y < rows ? y : UINT32_MAX;
+        };
+        for (uint32_t k = 0; k < set.distinctCount(); ++k)
+            if (const uint32_t y = rowOf(set.distinct()[k]); y != UINT32_MAX)
+                ++start_[y + 2];
+        for (uint32_t y = 0; y < rows; ++y)
+            start_[y + 2] += start_[y + 1];
+        for (uint32_t k = 0; k < set.distinctCount(); ++k)
+            if (const uint32_t y = rowOf(set.distinct()[k]); y != UINT32_MAX)
+                entries_[start_[y + 1]++] = set.distinct()[k];
+    }
+    const uint32_t *begin(uint32_t y) const { return entries_ + start_[y]; }
+    const uint32_t *end(uint32_t y) const { return entries_ + start_[y + 1]; }
+
+private:
+    uint32_t start_[kSensorSide + 2];
+    uint32_t entries_[1024];
+};
 
 // ---- Output helpers -------------------------------------------------------
 
@@ -1291,16 +1338,28 @@ template <size_t S> PlanarRowKernel diagonalKernel(const ColourJob<S> &job)
 }
 
 // The top row's red sites take blue from below, the bottom row's odd
-// pixels red from above.
-template <size_t S> void redBlueAtEdges(const ColourJob<S> &job)
+// pixels red from above (each edge reads and writes rows the other does
+// not touch).
+template <size_t S> void redBlueAtTop(const ColourJob<S> &job)
 {
     const Area &a = job.f->area;
-    if (a.h > 1) {
+    if (a.h > 1)
         for (uint32_t x = 0; x < a.w; x += 2)
             job.p.at(kBlue, x, 0) = job.p.at(kBlue, x, 1);
+}
+
+template <size_t S> void redBlueAtBottom(const ColourJob<S> &job)
+{
+    const Area &a = job.f->area;
+    if (a.h > 1)
         for (uint32_t x = 1; x < a.w; x += 2)
             job.p.at(kRed, x, a.h - 1) = job.p.at(kRed, x, a.h - 2);
-    }
+}
+
+template <size_t S> void redBlueAtEdges(const ColourJob<S> &job)
+{
+    redBlueAtTop(job);
+    redBlueAtBottom(job);
 }
 
 template <size_t S> void redBlueAtRedBlue(const ColourJob<S> &job)
@@ -1440,47 +1499,88 @@ private:
     decltype(MatrixBlock::pick()) matrix_;
 };
 
+// Bands of rows for passes whose rows take unequal time (the fall-backs of
+// pass 4 depend on the scene): each thread takes the next band when done
+// with its own, and the bands shrink towards the end, so that the threads
+// finish together.
+struct Bands {
+    static constexpr uint32_t kMinRows = 16;
+    static constexpr uint32_t kMax = 128; // more than 1024 rows ever need
+    uint32_t count = 0;
+    uint32_t start[kMax + 1] = {};
+    Bands(uint32_t rows, uint32_t threads)
+    {
+        uint32_t y = 0;
+        while (y < rows && count < kMax - 1) {
+            const uint32_t size = threads <= 1 ? rows : std::max(kMinRows, (rows - y) / (2 * threads));
+            start[count++] = y;
+            y += std::min(size, rows - y);
+        }
+        if (y < rows)
+            start[count++] = y;
+        start[count] = rows;
+    }
+};
+
+uint32_t teamSize()
+{
+#ifdef _OPENMP
+    return static_cast<uint32_t>(omp_get_max_threads());
+#else
+    return 1;
+#endif
+}
+
 // Interpolation of the planes and the 8-bit output, row by row so that a
-// row's data is still in cache for the next pass: each thread takes a band
-// of rows, finishes the green plane of its first and last rows (which the
-// neighbouring bands read), and then, row after row, the green plane one
-// row ahead, red and blue at green sites, red and blue at red and blue
-// sites, and the output. The top and bottom rows, which the edge rule
-// changes afterwards, are output last.
+// row's data is still in cache for the next pass: the green plane of the
+// first and last row of every band (which the neighbouring bands read),
+// then band by band, row after row, the green plane one row ahead, red and
+// blue at green sites, red and blue at red and blue sites, and the output.
+// The top and bottom rows, which the edge rule changes afterwards, are
+// output last.
 void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
 {
     const Area &a = job.f->area;
     const PlanarRowKernel green = greenKernel(job), line = lineKernel(job), diagonal = diagonalKernel(job);
     const PlanarFinish finish(job, dest);
+    const Bands bands(a.h, teamSize());
+    const int count = static_cast<int>(bands.count);
 #pragma omp parallel
     {
-#ifdef _OPENMP
-        const auto threads = static_cast<uint32_t>(omp_get_num_threads());
-        const auto t = static_cast<uint32_t>(omp_get_thread_num());
-#else
-        const uint32_t threads = 1, t = 0; // builds without OpenMP run the pixel loops serially
-#endif
-        const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
-        const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
-        if (first < end) {
+#pragma omp for schedule(static)
+        for (int b = 0; b < count; ++b) {
+            const uint32_t first = bands.start[b], end = bands.start[b + 1];
             greenPlaneRow(job, first, green);
             if (end - 1 > first)
                 greenPlaneRow(job, end - 1, green);
         }
-#pragma omp barrier
-        for (uint32_t y = first; y < end; ++y) {
-            if (y + 2 < end)
-                greenPlaneRow(job, y + 1, green);
-            redBlueAtGreenRow(job, y, line);
-            redBlueAtRedBlueRow(job, y, diagonal);
-            if (y > 0 && y + 1 < a.h)
-                finish.row(y);
+#pragma omp for schedule(dynamic, 1)
+        for (int b = 0; b < count; ++b) {
+            const uint32_t first = bands.start[b], end = bands.start[b + 1];
+            for (uint32_t y = first; y < end; ++y) {
+                if (y + 2 < end)
+                    greenPlaneRow(job, y + 1, green);
+                redBlueAtGreenRow(job, y, line);
+                redBlueAtRedBlueRow(job, y, diagonal);
+                if (y > 0 && y + 1 < a.h)
+                    finish.row(y);
+            }
+        }
+#pragma omp sections
+        {
+#pragma omp section
+            {
+                redBlueAtTop(job);
+                finish.row(0);
+            }
+#pragma omp section
+            {
+                redBlueAtBottom(job);
+                if (a.h > 1)
+                    finish.row(a.h - 1);
+            }
         }
     }
-    redBlueAtEdges(job);
-    finish.row(0);
-    if (a.h > 1)
-        finish.row(a.h - 1);
 }
 
 // Interleaved triples: matrix and look-up in place, for the 16-bit result.
@@ -1538,10 +1638,13 @@ void outputColour(const Frame &f, bool sixteenBit, void *dest)
 // balanced row split into the red plane's buffer (free until the
 // interpolation) and from there, with green smoothing in colour mode 2,
 // into the split mosaic; band by band, so that a row is split and smoothed
-// while it is in cache. The mosaic in work stays as it is. Returns whether
-// every balanced value is below 1024; when not, the split mosaic is of no
-// use.
-bool balanceSmoothAndSplit(const ColourJob<1> &job)
+// while it is in cache. With `sensor` given, the sensor corrections and
+// the defect correction of each row come first in the same bands (each
+// thread's band starts with the two rows at each of its ends, which the
+// neighbouring bands' defect correction reads). The corrected mosaic in
+// work stays as it is. Returns whether every balanced value is below 1024;
+// when not, the split mosaic is of no use.
+bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
@@ -1550,7 +1653,15 @@ bool balanceSmoothAndSplit(const ColourJob<1> &job)
     const Kernel kernel = kernelFor(f.kernelVariant);
     const auto balanceRowKernel = BalanceRow::pick();
     const auto orRange = OrRange::pick();
+    const auto sensorRowKernel = SensorRowFused::pick();
     const bool smoothing = f.colourMode == 2 && a.h >= 3;
+    const bool defects = sensor != nullptr && f.defectCorrect && f.defectCount != 0;
+    std::optional<DefectSet> set;
+    std::optional<DefectRows> defectRows;
+    if (defects) {
+        set.emplace(f.defects, std::min<uint32_t>(f.defectCount, 1024));
+        defectRows.emplace(*set, a);
+    }
     uint32_t bits = 0;
 #pragma omp parallel reduction(| : bits)
     {
@@ -1563,7 +1674,14 @@ bool balanceSmoothAndSplit(const ColourJob<1> &job)
         const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
         const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
         alignas(64) uint16_t row[kSensorSide];
+        auto sense = [&](uint32_t y) {
+            if (sensor != nullptr)
+                sensorRowKernel(*sensor, y);
+        };
         auto prepare = [&](uint32_t y) {
+            if (defects)
+                for (const uint32_t *e = defectRows->begin(y); e != defectRows->end(y); ++e)
+                    correctDefect(f, *set, *e);
             uint32_t rowBits;
             const uint16_t *from = f.work + y * w;
             if (kernel != Kernel::Skip) {
@@ -1581,44 +1699,59 @@ bool balanceSmoothAndSplit(const ColourJob<1> &job)
             else
                 std::memcpy(job.splitMosaic + y * w, balanced + y * w, w * 2);
         };
-        // The first and last rows of a band, which the neighbouring bands'
-        // smoothing reads, before the others.
-        if (first < end) {
-            prepare(first);
-            if (end - 1 > first)
-                prepare(end - 1);
+        // Rows first .. first+1 and end-2 .. end-1 of each band first; the
+        // rows between are corrected two rows ahead of the defect
+        // correction; a row is smoothed once the rows around it are split.
+        for (uint32_t y = first; y < end; ++y)
+            if (y < first + 2 || y + 2 >= end)
+                sense(y);
+#pragma omp barrier
+        for (uint32_t y = first; y < end; ++y) {
+            if (y + 2 >= first + 2 && y + 4 < end)
+                sense(y + 2);
+            prepare(y);
+            if (y >= first + 2)
+                finish(y - 1);
         }
 #pragma omp barrier
         if (first < end) {
-            if (first + 1 < end - 1)
-                prepare(first + 1);
-            for (uint32_t y = first; y < end; ++y) {
-                if (y + 2 < end - 1)
-                    prepare(y + 2);
-                finish(y);
-            }
+            finish(first);
+            if (end - 1 > first)
+                finish(end - 1);
         }
     }
     return bits <= kMaxValue;
 }
 
+// Colour modes 1 and 2 from the raw frame. Only the 8-bit result wanted:
+// planes, with green in the smoothing copy's buffer (free again) and red
+// and blue in the RGB image's; with AVX-512 VBMI and rows wide enough split
+// rows, the split mosaic in the RGB image's third part, and the sensor
+// corrections in the same bands as the balance when nothing runs between
+// them over the whole frame.
 ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
     const size_t n = a.pixels();
     const bool planes = !sixteenBit && f.mode71 == 0 && !f.keepLiveCache;
-    // Only the 8-bit result is wanted: planes, with green in the smoothing
-    // copy's buffer (free again) and red and blue in the RGB image's; with
-    // AVX-512 VBMI and rows wide enough split rows, the split mosaic in the
-    // RGB image's third part.
     if (planes && vec::vbmiActive() && a.w >= vec::kSplitMinWidth) {
+        const bool fused = a.w % 4 == 0 && !f.columnCorrect;
+        const SensorJob sensor = sensorJob(f);
+        if (!fused) {
+            sensorPass(f);
+            correctDefects(f);
+        }
         ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w, (a.w + 1) / 2}, true};
         job.splitMosaic = f.rgb + 2 * n;
-        if (balanceSmoothAndSplit(job)) {
+        if (correctBalanceAndSplit(job, fused ? &sensor : nullptr)) {
             interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
             return ImageLayout::SplitPlanes;
         }
-        // A balanced value reached 1024: natural rows, as below.
+        // A balanced value reached 1024: natural rows, as below, from the
+        // corrected mosaic.
+    } else {
+        sensorPass(f);
+        correctDefects(f);
     }
 
     const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
@@ -1652,6 +1785,8 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
         correctDefects(f, &output, dest8);
         return ImageLayout::Grey;
     }
+    if (f.colour && !f.rawBayerOutput && (f.colourMode == 1 || f.colourMode == 2))
+        return colourPipeline(f, sixteenBit, dest);
     sensorPass(f);
     correctDefects(f);
     if (!f.colour) {
@@ -1665,8 +1800,6 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
             reduceValues(f.work, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
         return ImageLayout::Grey;
     }
-    if (f.colourMode == 1 || f.colourMode == 2)
-        return colourPipeline(f, sixteenBit, dest);
     // The bilinear colour modes are rare: the reference stages serve them.
     reference::bilinear(f.work, f.rgb, a, f.demosaicMethod, f.bilinearLut);
     if (f.matrixOn)
