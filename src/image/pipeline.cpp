@@ -1634,6 +1634,27 @@ void outputColour(const Frame &f, bool sixteenBit, void *dest)
     reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
 }
 
+constexpr size_t kUnbalanced = SIZE_MAX;
+
+// The colour balance of row y as the split-row kernel applies it (see
+// balanceRow): the vector rule on every column of the rows of whole pairs
+// of rows, the scalar rule on whole pairs of columns; columns kUnbalanced
+// when the gains are too wide for its 16-bit products.
+vec::SplitBalance splitBalance(const Frame &f, uint32_t y, Kernel kernel)
+{
+    const Area &a = f.area;
+    const uint32_t *g = f.balanceGains;
+    const uint32_t gainEven = (y & 1) ? g[1] : g[0], gainOdd = (y & 1) ? g[2] : g[1];
+    vec::SplitBalance rule{{static_cast<uint16_t>(gainEven), static_cast<uint16_t>(gainOdd)}, true, 0};
+    if (kernel == Kernel::Vector) {
+        rule.columns = y < (a.h >> 1) * 2 ? a.w : 0;
+    } else if (kernel == Kernel::Scalar) {
+        rule.signedLimit = false;
+        rule.columns = gainEven <= 0xFFFF && gainOdd <= 0xFFFF ? a.w >> 1 << 1 : kUnbalanced;
+    }
+    return rule;
+}
+
 // The first step of split rows (see vector_rows.h): colour balance, each
 // balanced row split into the red plane's buffer (free until the
 // interpolation) and from there, with green smoothing in colour mode 2,
@@ -1652,7 +1673,6 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
     uint16_t *balanced = job.p.c[kRed];
     const Kernel kernel = kernelFor(f.kernelVariant);
     const auto balanceRowKernel = BalanceRow::pick();
-    const auto orRange = OrRange::pick();
     const auto sensorRowKernel = SensorRowFused::pick();
     const bool smoothing = f.colourMode == 2 && a.h >= 3;
     const bool defects = sensor != nullptr && f.defectCorrect && f.defectCount != 0;
@@ -1682,22 +1702,31 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
             if (defects)
                 for (const uint32_t *e = defectRows->begin(y); e != defectRows->end(y); ++e)
                     correctDefect(f, *set, *e);
-            uint32_t rowBits;
+            // Both halves to the split mosaic, except with smoothing the
+            // green one, which the smoothing reads, to the balanced rows.
+            const size_t greenHalf = (y & 1) ? 0 : 1;
+            uint16_t *halves[2];
+            for (size_t h = 0; h < 2; ++h)
+                halves[h] = (smoothing && h == greenHalf ? balanced : job.splitMosaic) + y * w + h * job.p.half;
             const uint16_t *from = f.work + y * w;
-            if (kernel != Kernel::Skip) {
+            vec::SplitBalance rule = splitBalance(f, y, kernel);
+            if (rule.columns == kUnbalanced) {
+                uint32_t rowBits;
                 balanceRowKernel(f, y, kernel == Kernel::Vector, from, row, nullptr, &rowBits);
                 from = row;
-            } else {
-                orRange(from, w, &rowBits);
+                rule.columns = 0;
             }
-            bits |= rowBits;
-            vec::splitRowAvx512(from, w, balanced + y * w);
+            bits |= vec::balanceSplitAvx512(from, w, rule, halves[0], halves[1]);
         };
         auto finish = [&](uint32_t y) {
-            if (smoothing && y >= 1 && y + 1 < a.h)
+            if (!smoothing)
+                return;
+            if (y >= 1 && y + 1 < a.h) {
                 vec::smoothSplitAvx512(balanced, job.splitMosaic, y * w, w, y & 1, (y & 1) ? a.w - 2 : a.w - 3);
-            else
-                std::memcpy(job.splitMosaic + y * w, balanced + y * w, w * 2);
+            } else {
+                const size_t at = y * w + ((y & 1) ? 0 : job.p.half);
+                std::memcpy(job.splitMosaic + at, balanced + at, ((y & 1) ? job.p.half : w / 2) * 2);
+            }
         };
         // Rows first .. first+1 and end-2 .. end-1 of each band first; the
         // rows between are corrected two rows ahead of the defect

@@ -528,23 +528,42 @@ QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline __m512i fromLine(__m512i ca, __
 
 } // namespace
 
-QUORIN_TARGET_AVX512 void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out)
+QUORIN_TARGET_AVX512 std::uint32_t balanceSplitAvx512(const std::uint16_t *in, std::size_t w, const SplitBalance &rule,
+                                                     std::uint16_t *even, std::uint16_t *odd)
 {
-    const std::size_t half = (w + 1) / 2;
-    const __m512i even = _mm512_loadu_si512(kEvenWords), odd = _mm512_loadu_si512(kOddWords);
-    std::size_t k = 0;
-    for (; k + 64 <= w; k += 64) {
-        const __m512i a = _mm512_loadu_si512(in + k), b = _mm512_loadu_si512(in + k + 32);
-        _mm512_storeu_si512(out + k / 2, _mm512_permutex2var_epi16(a, even, b));
-        _mm512_storeu_si512(out + half + k / 2, _mm512_permutex2var_epi16(a, odd, b));
-    }
-    if (k < w) {
+    const __m512i evenWords = _mm512_loadu_si512(kEvenWords), oddWords = _mm512_loadu_si512(kOddWords);
+    const __m512i limit = _mm512_set1_epi16(1023), columns = _mm512_set1_epi16(static_cast<short>(rule.columns));
+    const __m512i gains[2] = {_mm512_set1_epi16(static_cast<short>(rule.gain[0])),
+                              _mm512_set1_epi16(static_cast<short>(rule.gain[1]))};
+    std::uint16_t *const out[2] = {even, odd};
+    __m512i bits = _mm512_setzero_si512();
+    for (std::size_t k = 0; k < w; k += 64) {
         const std::size_t left = w - k;
+        // Lanes past the row load as 0 and stay 0.
         const __m512i a = _mm512_maskz_loadu_epi16(firstHalf(left), in + k);
         const __m512i b = _mm512_maskz_loadu_epi16(secondHalf(left), in + k + 32);
-        _mm512_mask_storeu_epi16(out + k / 2, firstHalf((left + 1) / 2), _mm512_permutex2var_epi16(a, even, b));
-        _mm512_mask_storeu_epi16(out + half + k / 2, firstHalf(left / 2), _mm512_permutex2var_epi16(a, odd, b));
+        const __m512i halves[2] = {_mm512_permutex2var_epi16(a, evenWords, b), _mm512_permutex2var_epi16(a, oddWords, b)};
+        for (unsigned h = 0; h < 2; ++h) {
+            __m512i v = halves[h];
+            if (rule.columns > k) {
+                // The low 16 bits of value * gain >> 4.
+                const __m512i p = _mm512_or_si512(_mm512_srli_epi16(_mm512_mullo_epi16(v, gains[h]), 4),
+                                                  _mm512_slli_epi16(_mm512_mulhi_epu16(v, gains[h]), 12));
+                const __m512i limited = rule.signedLimit ? _mm512_min_epi16(p, limit) : _mm512_min_epu16(p, limit);
+                // Column k + 2 j + h of lane j, balanced below rule.columns.
+                const __m512i column = _mm512_add_epi16(evenWords, _mm512_set1_epi16(static_cast<short>(k + h)));
+                v = _mm512_mask_mov_epi16(v, _mm512_cmplt_epu16_mask(column, columns), limited);
+            }
+            _mm512_mask_storeu_epi16(out[h] + k / 2, firstHalf(h == 0 ? (left + 1) / 2 : left / 2), v);
+            bits = _mm512_or_si512(bits, v);
+        }
     }
+    alignas(64) std::uint32_t pairs[16];
+    _mm512_store_si512(pairs, bits);
+    std::uint32_t all = 0;
+    for (const std::uint32_t p : pairs)
+        all |= p;
+    return (all | all >> 16) & 0xFFFFu;
 }
 
 QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t row,
@@ -666,12 +685,11 @@ QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::
 {
     const Sites sites(1, last, odd ^ 1u);
     const SplitRow split{(w + 1) / 2};
-    // Red and blue sites as they are; the green sites outside the smoothed
-    // ones (one at most at each end) too.
+    // The green sites outside the smoothed ones (one at most at each end)
+    // as they are.
     const std::size_t counts[2] = {split.half, w / 2};
     const std::uint32_t green = odd ^ 1u;
-    const std::size_t other = green ^ 1u, firstIndex = sites.first / 2, lastIndex = firstIndex + sites.count - 1;
-    std::memcpy(mosaic + row + other * split.half, balanced + row + other * split.half, counts[other] * 2);
+    const std::size_t firstIndex = sites.first / 2, lastIndex = firstIndex + sites.count - 1;
     const std::size_t greenAt = row + green * split.half;
     std::memcpy(mosaic + greenAt, balanced + greenAt, firstIndex * 2);
     std::memcpy(mosaic + greenAt + lastIndex + 1, balanced + greenAt + lastIndex + 1,

@@ -99,8 +99,20 @@ std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, c
 // interpolation passes, which change every other pixel of a row, read and
 // write whole registers of the sites they change.
 
-// Row in (w values) split into out.
-void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out);
+// Colour balance of a row into split halves: value * gain >> 4 in 16 bits
+// (gain[0] for even columns, gain[1] for odd ones), limited to 1023 as a
+// signed or an unsigned 16-bit value, for the columns below `columns`; the
+// others keep their value.
+struct SplitBalance {
+    std::uint16_t gain[2];
+    bool signedLimit;
+    std::size_t columns;
+};
+
+// Row in (w values), balanced by `rule`, split: its even columns to even,
+// its odd ones to odd. Returns the OR of the values written.
+std::uint32_t balanceSplitAvx512(const std::uint16_t *in, std::size_t w, const SplitBalance &rule,
+                                 std::uint16_t *even, std::uint16_t *odd);
 
 // The inner columns of one inner row (y, with odd = y & 1, starting at
 // `row`) of the three interpolation passes on split rows, over a split
@@ -115,9 +127,10 @@ void splitRowAvx512(const std::uint16_t *in, std::size_t w, std::uint16_t *out);
 //    their diagonal neighbours in `missing`, fall-backs included.
 constexpr std::size_t kSplitMinWidth = 68;
 // Green smoothing of one row (1 .. h-2) from the split balanced rows into
-// the split mosaic: the row's values, with each green site x (those with
-// ((x ^ odd) & 1) set) from column 1 to `last` replaced by its weighted
-// mean as smoothGreenAvx512 computes it.
+// the split mosaic: the green sites of the row (those with ((x ^ odd) & 1)
+// set), each from column 1 to `last` replaced by its weighted mean as
+// smoothGreenAvx512 computes it, the others as they are. Only the green
+// half of each row is read and written.
 void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row, std::size_t w,
                        std::uint32_t odd, std::uint32_t last);
 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t row, std::size_t w,
