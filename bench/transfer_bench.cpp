@@ -64,14 +64,15 @@ void transfer(benchmark::State &state, std::uint32_t model)
 {
     omp_set_num_threads(static_cast<int>(state.range(0)));
     OpenCamera open(model);
-    std::vector<std::uint8_t> dest(1024 * 1024 * 3);
+    std::vector<std::uint8_t> destBytes(1024 * 1024 * 3 + 64);
+    std::uint8_t *const destData = destBytes.data() + (64 - reinterpret_cast<std::uintptr_t>(destBytes.data()) % 64) % 64;
     std::int32_t err = 0;
     for (int warm = 0; warm < 17; ++warm) // render the live cycle once
-        DEV_TransferLiveImage(open.dev, 0, 8, dest.data(), &err);
+        DEV_TransferLiveImage(open.dev, 0, 8, destData, &err);
     for (auto _ : state) {
-        if (!DEV_TransferLiveImage(open.dev, 0, 8, dest.data(), &err))
+        if (!DEV_TransferLiveImage(open.dev, 0, 8, destData, &err))
             state.SkipWithError("transfer failed");
-        benchmark::DoNotOptimize(dest.data());
+        benchmark::DoNotOptimize(destData);
     }
     omp_set_num_threads(2);
 }

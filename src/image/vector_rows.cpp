@@ -227,7 +227,8 @@ QUORIN_TARGET_VBMI void lookUp8Vbmi(const std::uint16_t *in, std::size_t n, cons
 // Interleaves three 64-byte planes (in slot order) into 3 n bytes at out.
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i bySlot[3], std::size_t n,
                                                                  std::uint8_t *out,
-                                                                 const Interleave &order = kInterleave)
+                                                                 const Interleave &order = kInterleave,
+                                                                 bool stream = false)
 {
     const std::size_t bytes = 3 * n;
     for (unsigned o = 0; o < 3; ++o) {
@@ -235,7 +236,9 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i b
             bySlot[0], _mm512_loadu_si512(order.firstTwo[o].data()), bySlot[1]);
         const __m512i v = _mm512_mask_permutexvar_epi8(firstTwo, order.thirdMask[o],
                                                        _mm512_loadu_si512(order.third[o].data()), bySlot[2]);
-        if (bytes >= 64 * (o + 1))
+        if (stream && bytes == 192)
+            _mm512_stream_si512(reinterpret_cast<__m512i *>(out + 64 * o), v);
+        else if (bytes >= 64 * (o + 1))
             _mm512_storeu_si512(out + 64 * o, v);
         else if (bytes > 64 * o)
             _mm512_mask_storeu_epi8(out + 64 * o, firstBytes(bytes - 64 * o), v);
@@ -273,6 +276,7 @@ matrixTriplesLoop(const RowHalves &rows, std::size_t n, const std::int16_t matri
     const __m512i limit = _mm512_set1_epi32(1023), zero = _mm512_setzero_si512();
     const Interleave &order = Out == Output::Narrow ? (Split ? kInterleaveSplitPacked : kInterleavePacked)
                                                     : (Split ? kInterleaveSplit : kInterleave);
+    const bool stream = (reinterpret_cast<std::uintptr_t>(out) & 63) == 0;
     for (std::size_t k = 0; k < n; k += 64) {
         const std::size_t left = n - k;
         __m512i channel[3][2];
@@ -322,8 +326,10 @@ matrixTriplesLoop(const RowHalves &rows, std::size_t n, const std::int16_t matri
             }
         }
         const __m512i bySlot[3] = {bytes[BlueFirst ? 2 : 0], bytes[1], bytes[BlueFirst ? 0 : 2]};
-        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k, order);
+        storeTriples(bySlot, left < 64 ? left : 64, out + 3 * k, order, stream);
     }
+    if (stream)
+        _mm_sfence();
 }
 
 template <bool BlueFirst, Output Out>

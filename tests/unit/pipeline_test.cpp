@@ -181,9 +181,14 @@ void compare(Scenario &s, bool sixteenBit, const std::string &label)
     copy.bind();
     const std::size_t values = s.f.area.pixels() * (s.f.colour && !s.f.rawBayerOutput ? 3 : 1);
     const std::size_t bytes = values * (sixteenBit ? 2 : 1);
-    std::vector<std::uint8_t> expected(bytes + 16, 0xA5), actual(bytes + 16, 0xA5);
+    std::vector<std::uint8_t> expected(bytes + 16, 0xA5), buffer(bytes + 16 + 128, 0xA5);
     reference::process(s.f, sixteenBit, expected.data());
-    process(copy.f, sixteenBit, actual.data());
+    // Destinations on a 64-byte boundary (which take streaming stores) and
+    // off it, in turn.
+    static unsigned turn = 0;
+    const std::size_t offset = (64 - reinterpret_cast<std::uintptr_t>(buffer.data()) % 64) % 64 + (turn++ % 2) * 8;
+    process(copy.f, sixteenBit, buffer.data() + offset);
+    const std::vector<std::uint8_t> actual(buffer.begin() + offset, buffer.begin() + offset + bytes + 16);
     ASSERT_EQ(expected, actual) << label << " (first difference at byte "
                                 << (std::mismatch(expected.begin(), expected.end(), actual.begin()).first -
                                     expected.begin())
