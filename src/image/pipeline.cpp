@@ -784,11 +784,15 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
     const Frame &f = *job.f;
     const Area &a = f.area;
     const int32_t c = job.mosaic(x, y);
+    // The values the mosaic holds: split rows keep them there only.
+    const bool copy = job.splitMosaic == nullptr;
     if (((x ^ y) & 1) != 0) {
-        job.p.at(kGreen, x, y) = static_cast<uint16_t>(c);
+        if (copy)
+            job.p.at(kGreen, x, y) = static_cast<uint16_t>(c);
         return;
     }
-    job.p.at((y & 1) ? kBlue : kRed, x, y) = static_cast<uint16_t>(c);
+    if (copy)
+        job.p.at((y & 1) ? kBlue : kRed, x, y) = static_cast<uint16_t>(c);
     int32_t sum = 0;
     int n = 0;
     if (x > 0) {
