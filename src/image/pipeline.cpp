@@ -1740,7 +1740,7 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
                 sense(y);
 #pragma omp barrier
         for (uint32_t y = first; y < end; ++y) {
-            if (y + 2 >= first + 2 && y + 4 < end)
+            if (y + 4 < end) // rows first+2 .. end-3
                 sense(y + 2);
             prepare(y);
             if (y >= first + 2)
