@@ -30,6 +30,13 @@ inline Kernel kernelFor(std::uint32_t kernelVariant)
     return Kernel::Scalar;
 }
 
+// The colour the K5C's mosaic holds at column x of row y (0 red, 1 green,
+// 2 blue): red at even row / even column, blue at odd row / odd column.
+inline unsigned siteColour(std::uint32_t x, std::uint32_t y)
+{
+    return ((x ^ y) & 1) != 0 ? 1 : (y & 1) != 0 ? 2 : 0;
+}
+
 // Channel slot of colour c (0 red, 1 green, 2 blue) in an RGB triple: the
 // first demosaic layout stores blue, green, red.
 inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)

@@ -763,9 +763,7 @@ template <size_t S> struct ColourJob {
     const uint16_t *rowHalf(unsigned colour, uint32_t y, unsigned h) const
     {
         const size_t row = size_t{y} * p.w + h * p.half;
-        const unsigned odd = y & 1;
-        const bool inMosaic = colour == kGreen ? h != odd : colour == (odd ? kBlue : kRed) && h == odd;
-        return (inMosaic ? splitMosaic : p.c[colour]) + row;
+        return (siteColour(h, y) == colour ? splitMosaic : p.c[colour]) + row;
     }
     // The finished interpolation of one colour at column x of row y.
     uint16_t value(unsigned colour, uint32_t x, uint32_t y) const

@@ -37,11 +37,8 @@ bool lastImagePixel(std::uint32_t deviceNo, std::uint32_t index, std::uint32_t r
             const std::size_t split = index - x + (x & 1) * ((w + 1) / 2) + x / 2;
             if (split < last.pixels) {
                 at = split;
-                const std::uint16_t *mosaic = b.rgbImage[deviceNo] + 2 * std::size_t{last.pixels};
-                if (((x ^ y) & 1) != 0)
-                    planes[1] = mosaic;
-                else
-                    planes[(y & 1) != 0 ? 2 : 0] = mosaic;
+                planes[siteColour(static_cast<std::uint32_t>(x), static_cast<std::uint32_t>(y))] =
+                    b.rgbImage[deviceNo] + 2 * std::size_t{last.pixels};
             }
         }
         triple[red] = planes[0][at];
