@@ -1,7 +1,7 @@
 // Transfer speed against the virtual camera, with memcpy of 6 MiB as the
 // yardstick: full 1024 x 1024 8-bit transfers of a K5C and a K5 with the
-// settings a camera has after open (and 1024 defect pixels), and the
-// heavier stages alone, on 1 and 2 threads.
+// settings a camera has after open (and 1024 defect pixels), and each
+// stage alone, on 1 and 2 threads.
 #include "image/frame.h"
 #include "image/pipeline.h"
 #include "image/reference/stages.h"
@@ -167,32 +167,71 @@ void BM_ReferenceK5C(benchmark::State &state)
 }
 BENCHMARK(BM_ReferenceK5C)->Unit(benchmark::kMillisecond);
 
-template <void (*Stage)(Buffers &)> void stage(benchmark::State &state)
+// Each stage alone, over a frame that process() has been through once so
+// that every buffer holds what the stage reads.
+template <void (*Stage)(Buffers &), bool Colour> void runStage(benchmark::State &state)
 {
     omp_set_num_threads(static_cast<int>(state.range(0)));
-    Buffers b(true);
-    quorin::image::process(b.f, false, b.dest.data()); // fill every plane once
+    Buffers b(Colour);
+    quorin::image::process(b.f, false, b.dest.data());
     for (auto _ : state)
         Stage(b);
     omp_set_num_threads(2);
 }
 
-void unpackStage(Buffers &b)
+namespace stage = quorin::image::stage;
+
+void sensorStage(Buffers &b)
+{
+    stage::sensor(b.f);
+}
+void sensorToBytesStage(Buffers &b)
+{
+    stage::sensorToBytes(b.f, b.dest.data());
+}
+void defectsStage(Buffers &b)
+{
+    stage::defects(b.f);
+}
+void colourPlanesStage(Buffers &b)
+{
+    benchmark::DoNotOptimize(stage::colourPlanes(b.f));
+}
+void colourFinishStage(Buffers &b)
+{
+    static const stage::ColourPlanes planes = stage::colourPlanes(b.f);
+    stage::colourFinish(b.f, planes, b.dest.data());
+}
+
+void referenceUnpackStage(Buffers &b)
 {
     quorin::image::reference::unpack(b.raw.data(), 1 << 20, b.work.data());
 }
-void greenPlaneStage(Buffers &b)
+void referenceGreenPlaneStage(Buffers &b)
 {
     quorin::image::reference::greenPlane(b.work.data(), b.rgb.data(), b.f.area, 1);
 }
-void defectsStage(Buffers &b)
+void referenceDefectsStage(Buffers &b)
 {
     quorin::image::reference::defectsColour(b.work.data(), b.defects.data(), 1024, b.f.area);
 }
 
-BENCHMARK(stage<unpackStage>)->Name("BM_ReferenceUnpack")->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(stage<greenPlaneStage>)->Name("BM_ReferenceGreenPlane")->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(stage<defectsStage>)->Name("BM_ReferenceDefects")->Arg(1)->Unit(benchmark::kMillisecond);
+#define QUORIN_STAGE(name, fn, colour, threads)                                                                       \
+    BENCHMARK_TEMPLATE2(runStage, fn, colour)                                                                         \
+        ->Name(name)                                                                                                  \
+        ->threads->Unit(benchmark::kMillisecond)                                                                      \
+        ->UseRealTime()
+
+QUORIN_STAGE("BM_StageK5C_Sensor", sensorStage, true, Arg(1)->Arg(2));
+QUORIN_STAGE("BM_StageK5C_Defects", defectsStage, true, Arg(1)->Arg(2));
+QUORIN_STAGE("BM_StageK5C_BalanceSmoothing", colourPlanesStage, true, Arg(1)->Arg(2));
+QUORIN_STAGE("BM_StageK5C_InterpolationOutput", colourFinishStage, true, Arg(1)->Arg(2));
+QUORIN_STAGE("BM_StageK5_SensorLookUp", sensorToBytesStage, false, Arg(1)->Arg(2));
+QUORIN_STAGE("BM_StageK5_Defects", defectsStage, false, Arg(1)->Arg(2));
+// The reference stages run on one thread.
+QUORIN_STAGE("BM_ReferenceUnpack", referenceUnpackStage, true, Arg(1));
+QUORIN_STAGE("BM_ReferenceGreenPlane", referenceGreenPlaneStage, true, Arg(1));
+QUORIN_STAGE("BM_ReferenceDefects", referenceDefectsStage, true, Arg(1));
 
 } // namespace
 

@@ -1754,45 +1754,68 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
     return bits <= kMaxValue;
 }
 
+// Split rows need AVX-512 VBMI and rows wide enough for their kernels.
+bool splitRowsFor(const Frame &f)
+{
+    return vec::vbmiActive() && f.area.w >= vec::kSplitMinWidth;
+}
+
+// The planes of the 8-bit colour path: red at the RGB image, green in the
+// smoothing copy's buffer (free again), blue at the RGB image's second
+// part; with split rows the split mosaic in its third part.
+ColourJob<1> planeJob(const Frame &f, const stage::ColourPlanes &planes)
+{
+    const size_t n = f.area.pixels();
+    ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, f.area.w}, planes.narrow};
+    if (planes.split) {
+        job.p.half = (f.area.w + 1) / 2;
+        job.splitMosaic = f.rgb + 2 * n;
+    }
+    return job;
+}
+
+// Balance and smoothing of the corrected mosaic into the 8-bit colour
+// path's planes; with split rows and `withSensor`, the sensor and defect
+// corrections run in the same bands first.
+stage::ColourPlanes colourPlanes(const Frame &f, bool withSensor)
+{
+    if (splitRowsFor(f)) {
+        const SensorJob sensor = sensorJob(f);
+        const stage::ColourPlanes split{true, true};
+        if (correctBalanceAndSplit(planeJob(f, split), withSensor ? &sensor : nullptr))
+            return split;
+        // A balanced value reached 1024: natural rows, from the corrected
+        // mosaic the split pass left in work.
+    }
+    const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
+    if (f.colourMode == 2)
+        greenSmoothing(f, narrow);
+    return {false, narrow};
+}
+
 // Colour modes 1 and 2 from the raw frame. Only the 8-bit result wanted:
-// planes, with green in the smoothing copy's buffer (free again) and red
-// and blue in the RGB image's; with AVX-512 VBMI and rows wide enough split
-// rows, the split mosaic in the RGB image's third part, and the sensor
-// corrections in the same bands as the balance when nothing runs between
-// them over the whole frame.
+// planes, interpolated and finished band by band; with split rows the
+// sensor corrections run in the same bands as the balance when nothing
+// runs between them over the whole frame. Else natural interleaved
+// triples, finished in place.
 ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
-    const size_t n = a.pixels();
-    const bool planes = !sixteenBit && f.mode71 == 0 && !f.keepLiveCache;
-    if (planes && vec::vbmiActive() && a.w >= vec::kSplitMinWidth) {
-        const bool fused = a.w % 4 == 0 && !f.columnCorrect;
-        const SensorJob sensor = sensorJob(f);
+    if (!sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
+        const bool fused = splitRowsFor(f) && a.w % 4 == 0 && !f.columnCorrect;
         if (!fused) {
             sensorPass(f);
             correctDefects(f);
         }
-        ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w, (a.w + 1) / 2}, true};
-        job.splitMosaic = f.rgb + 2 * n;
-        if (correctBalanceAndSplit(job, fused ? &sensor : nullptr)) {
-            interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
-            return ImageLayout::SplitPlanes;
-        }
-        // A balanced value reached 1024: natural rows, as below, from the
-        // corrected mosaic.
-    } else {
-        sensorPass(f);
-        correctDefects(f);
+        const stage::ColourPlanes planes = colourPlanes(f, fused);
+        interpolateAndFinish(planeJob(f, planes), static_cast<std::uint8_t *>(dest));
+        return planes.split ? ImageLayout::SplitPlanes : ImageLayout::Planes;
     }
-
+    sensorPass(f);
+    correctDefects(f);
     const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
     if (f.colourMode == 2)
         greenSmoothing(f, narrow);
-    if (planes) {
-        const ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, a.w}, narrow};
-        interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
-        return ImageLayout::Planes;
-    }
     const unsigned dm = f.demosaicMethod;
     const ColourJob<3> job{
         &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}, a.w}};
@@ -1838,5 +1861,35 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
     outputColour(f, sixteenBit, dest);
     return ImageLayout::Triples;
 }
+
+namespace stage {
+
+void sensor(const Frame &f)
+{
+    sensorPass(f);
+}
+
+void sensorToBytes(const Frame &f, std::uint8_t *dest)
+{
+    const OutputTable output(f.lut[0], f.outputShift);
+    sensorPass(f, &output, dest);
+}
+
+void defects(const Frame &f)
+{
+    correctDefects(f);
+}
+
+ColourPlanes colourPlanes(const Frame &f)
+{
+    return image::colourPlanes(f, false);
+}
+
+void colourFinish(const Frame &f, const ColourPlanes &planes, std::uint8_t *dest)
+{
+    interpolateAndFinish(planeJob(f, planes), dest);
+}
+
+} // namespace stage
 
 } // namespace quorin::image
