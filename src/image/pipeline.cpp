@@ -173,7 +173,12 @@ struct SensorJob {
     bool vbmiRow = false;       // the VBMI kernel unpacks and corrects
     bool tableOutput = false;   // the VBMI look-up kernel runs
     bool gatherOutput = false;  // else the AVX2 one
+    // When set, row y goes to row y % kRingRows of this ring of rows of
+    // w values rather than to f.work.
+    uint16_t *ring = nullptr;
 };
+
+constexpr uint32_t kRingRows = 8;
 
 // Row y of the area: unpack (when whole groups lie in the row), subtract
 // the dark frame, apply the pixel gain.
@@ -182,7 +187,7 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
-    uint16_t *row = f.work + size_t{y} * a.w;
+    uint16_t *row = job.ring != nullptr ? job.ring + size_t{y % kRingRows} * a.w : f.work + size_t{y} * a.w;
     const size_t table = size_t{a.y0 + y} * kSensorSide + a.x0;
     bool corrected = false;
     if constexpr (Unpack) {
@@ -380,9 +385,11 @@ private:
 // Corrects one listed pixel: the mean of its neighbours in the area that
 // are not listed themselves (four for the monochrome model; for the colour
 // model the four diagonal ones at a green site, else the four two away).
-// Returns the pixel's index, or SIZE_MAX when it lies off the area or has
-// no such neighbour (and keeps its value).
-QUORIN_ALWAYS_INLINE inline size_t correctDefect(const Frame &f, const DefectSet &set, uint32_t entry)
+// Row y of the mosaic is at rows(y). Returns the pixel's index, or
+// SIZE_MAX when it lies off the area or has no such neighbour (and keeps
+// its value).
+template <typename Rows>
+QUORIN_ALWAYS_INLINE inline size_t correctDefect(const Frame &f, const DefectSet &set, uint32_t entry, Rows rows)
 {
     const Area &a = f.area;
     struct Offset {
@@ -406,14 +413,13 @@ QUORIN_ALWAYS_INLINE inline size_t correctDefect(const Frame &f, const DefectSet
             continue;
         if (set.holds(entry + static_cast<uint32_t>(offsets[i].dx * 0x10000 + offsets[i].dy)))
             continue;
-        sum += f.work[size_t(cy) * a.w + size_t(cx)];
+        sum += rows(static_cast<uint32_t>(cy))[cx];
         ++used;
     }
     if (used == 0)
         return SIZE_MAX;
-    const size_t i = size_t{y} * a.w + x;
-    f.work[i] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
-    return i;
+    rows(y)[x] = static_cast<uint16_t>(std::min<uint32_t>(sum / used, kMaxValue));
+    return size_t{y} * a.w + x;
 }
 
 // Defect correction; when output is given, each corrected pixel's output
@@ -428,7 +434,7 @@ void correctDefects(const Frame &f, const OutputTable *output = nullptr, std::ui
     const uint32_t *entries = set.distinct();
 #pragma omp parallel for schedule(static) if (count >= 256)
     for (int k = 0; k < count; ++k) {
-        const size_t i = correctDefect(f, set, entries[k]);
+        const size_t i = correctDefect(f, set, entries[k], [&f](uint32_t y) { return f.work + size_t{y} * f.area.w; });
         if (i != SIZE_MAX && dest8 != nullptr)
             dest8[i] = output->bytes[lutIndex(f.work[i])];
     }
@@ -1662,10 +1668,12 @@ vec::SplitBalance splitBalance(const Frame &f, uint32_t y, Kernel kernel)
 // interpolation) and from there, with green smoothing in colour mode 2,
 // into the split mosaic; band by band, so that a row is split and smoothed
 // while it is in cache. With `sensor` given, the sensor corrections and
-// the defect correction of each row come first in the same bands (each
-// thread's band starts with the two rows at each of its ends, which the
-// neighbouring bands' defect correction reads). The corrected mosaic in
-// work stays as it is. Returns whether every balanced value is below 1024;
+// the defect correction of each row come first in the same bands, the
+// corrected rows only in a ring of rows on each thread (which also
+// corrects the two rows beyond each end of its band that the defect
+// correction reads), so that the corrected mosaic never takes room in the
+// caches; f.work is then left as it was. Without, the corrected mosaic is
+// read from f.work. Returns whether every balanced value is below 1024;
 // when not, the split mosaic is of no use.
 bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
 {
@@ -1696,21 +1704,32 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
         const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
         const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
         alignas(64) uint16_t row[kSensorSide];
+        alignas(64) uint16_t ring[kRingRows * kSensorSide];
+        SensorJob ringJob{};
+        if (sensor != nullptr) {
+            ringJob = *sensor;
+            ringJob.ring = ring;
+        }
+        auto rowOf = [&](uint32_t y) {
+            return sensor != nullptr ? ring + size_t{y % kRingRows} * w : f.work + y * w;
+        };
+        // Rows first - 2 .. end + 1 (those in the area) are corrected.
+        const uint32_t senseEnd = std::min(end + 2, a.h);
         auto sense = [&](uint32_t y) {
-            if (sensor != nullptr)
-                sensorRowKernel(*sensor, y);
+            if (sensor != nullptr && y < senseEnd)
+                sensorRowKernel(ringJob, y);
         };
         auto prepare = [&](uint32_t y) {
             if (defects)
                 for (const uint32_t *e = defectRows->begin(y); e != defectRows->end(y); ++e)
-                    correctDefect(f, *set, *e);
+                    correctDefect(f, *set, *e, rowOf);
             // Both halves to the split mosaic, except with smoothing the
             // green one, which the smoothing reads, to the balanced rows.
             const size_t greenHalf = (y & 1) ? 0 : 1;
             uint16_t *halves[2];
             for (size_t h = 0; h < 2; ++h)
                 halves[h] = (smoothing && h == greenHalf ? balanced : job.splitMosaic) + y * w + h * job.p.half;
-            const uint16_t *from = f.work + y * w;
+            const uint16_t *from = rowOf(y);
             vec::SplitBalance rule = splitBalance(f, y, kernel);
             if (rule.columns == kUnbalanced) {
                 uint32_t rowBits;
@@ -1730,19 +1749,17 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
                 std::memcpy(job.splitMosaic + at, balanced + at, ((y & 1) ? job.p.half : w / 2) * 2);
             }
         };
-        // Rows first .. first+1 and end-2 .. end-1 of each band first; the
-        // rows between are corrected two rows ahead of the defect
-        // correction; a row is smoothed once the rows around it are split.
-        for (uint32_t y = first; y < end; ++y)
-            if (y < first + 2 || y + 2 >= end)
+        // Each row is corrected two rows ahead of the defect correction and
+        // balance; a row is smoothed once the rows around it are split.
+        if (first < end) {
+            for (uint32_t y = first >= 2 ? first - 2 : 0; y < first + 2; ++y)
                 sense(y);
-#pragma omp barrier
-        for (uint32_t y = first; y < end; ++y) {
-            if (y + 4 < end) // rows first+2 .. end-3
+            for (uint32_t y = first; y < end; ++y) {
                 sense(y + 2);
-            prepare(y);
-            if (y >= first + 2)
-                finish(y - 1);
+                prepare(y);
+                if (y >= first + 2)
+                    finish(y - 1);
+            }
         }
 #pragma omp barrier
         if (first < end) {
@@ -1784,8 +1801,12 @@ stage::ColourPlanes colourPlanes(const Frame &f, bool withSensor)
         const stage::ColourPlanes split{true, true};
         if (correctBalanceAndSplit(planeJob(f, split), withSensor ? &sensor : nullptr))
             return split;
-        // A balanced value reached 1024: natural rows, from the corrected
-        // mosaic the split pass left in work.
+        // A balanced value reached 1024: natural rows, as below, from the
+        // corrected mosaic in work.
+        if (withSensor) {
+            sensorPass(f);
+            correctDefects(f);
+        }
     }
     const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
     if (f.colourMode == 2)
