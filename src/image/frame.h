@@ -52,8 +52,9 @@ inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
 // rgbImage + w * h; with SplitPlanes each row of a plane holds its even
 // columns, then its odd ones, and the values the mosaic holds (green at
 // green sites, red and blue at their own sites) stay in the split mosaic
-// at rgbImage + 2 w h instead.
-enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes };
+// at rgbImage + 2 w h instead. SplitMosaic: the split mosaic only, whose
+// planes the 8-bit path did not keep (splitPlanes() computes them).
+enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes, SplitMosaic };
 
 struct Frame {
     Area area;
@@ -62,7 +63,7 @@ struct Frame {
     const std::uint8_t *raw;
     std::uint16_t *work;     // w * h mosaic or grey values, packed rows
     std::uint16_t *rgb;      // w * h * 3
-    std::uint16_t *previous; // w * h scratch
+    std::uint16_t *previous; // scratch of 1024 x 1024 values
     std::uint16_t *cache;    // w * h * 3, the 16-bit result of 8-bit transfers
 
     const std::uint16_t *dark;  // 1024 x 1024 sensor tables

@@ -739,11 +739,13 @@ bool innerRow(uint32_t y, const Area &a)
 template <size_t S> struct Planes {
     uint16_t *c[3]; // red, green, blue: pixel i at c[colour][i * S]
     size_t w = 0;
-    size_t half = 0; // split rows: (w + 1) / 2, else 0
+    size_t half = 0;    // split rows: (w + 1) / 2, else 0
+    uint32_t first = 0; // the row c[colour] starts with (a window of rows)
+    uint16_t *row(unsigned colour, uint32_t y) const { return c[colour] + size_t{y - first} * w * S; }
     uint16_t &at(unsigned colour, uint32_t x, uint32_t y) const
     {
         const size_t column = half == 0 ? x : (x & 1u) * half + x / 2;
-        return c[colour][(size_t{y} * w + column) * S];
+        return row(colour, y)[column * S];
     }
 };
 
@@ -768,8 +770,9 @@ template <size_t S> struct ColourJob {
     // green plane's half odd ^ 1 and the own colour's half odd.
     const uint16_t *rowHalf(unsigned colour, uint32_t y, unsigned h) const
     {
-        const size_t row = size_t{y} * p.w + h * p.half;
-        return (siteColour(h, y) == colour ? splitMosaic : p.c[colour]) + row;
+        if (siteColour(h, y) == colour)
+            return splitMosaic + size_t{y} * p.w + h * p.half;
+        return p.row(colour, y) + h * p.half;
     }
     // The finished interpolation of one colour at column x of row y.
     uint16_t value(unsigned colour, uint32_t x, uint32_t y) const
@@ -936,8 +939,8 @@ template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, Plan
 // Pass 2 over an inner row of split rows (see vector_rows.h).
 void greenInnerSplit(const ColourJob<1> &job, uint32_t y)
 {
-    const Frame &f = *job.f;
-    vec::greenSplitAvx512(job.splitMosaic, job.p.c[kGreen], size_t{y} * f.area.w, f.area.w, y & 1);
+    const size_t w = job.p.w;
+    vec::greenSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), w, y & 1);
 }
 
 template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
@@ -1087,10 +1090,10 @@ template <size_t S> void redBlueAtGreenRow(const ColourJob<S> &job, uint32_t y, 
 // Pass 3 over an inner row of split rows.
 void lineInnerSplit(const ColourJob<1> &job, uint32_t y)
 {
-    const Frame &f = *job.f;
+    const size_t w = job.p.w;
     const uint32_t odd = y & 1;
-    vec::lineSplitAvx512(job.splitMosaic, job.p.c[kGreen], job.p.c[odd ? kBlue : kRed], job.p.c[odd ? kRed : kBlue],
-                         size_t{y} * f.area.w, f.area.w, odd);
+    vec::lineSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), job.p.row(odd ? kBlue : kRed, y),
+                         job.p.row(odd ? kRed : kBlue, y), w, odd);
 }
 
 template <size_t S> PlanarRowKernel lineKernel(const ColourJob<S> &job)
@@ -1334,10 +1337,10 @@ template <size_t S> void redBlueAtRedBlueRow(const ColourJob<S> &job, uint32_t y
 // Pass 4 over an inner row of split rows.
 void diagonalInnerSplit(const ColourJob<1> &job, uint32_t y)
 {
-    const Frame &f = *job.f;
+    const size_t w = job.p.w;
     const uint32_t odd = y & 1;
-    vec::diagonalSplitAvx512(job.splitMosaic, job.p.c[kGreen], job.p.c[odd ? kRed : kBlue], size_t{y} * f.area.w,
-                             f.area.w, odd);
+    vec::diagonalSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), job.p.row(odd ? kRed : kBlue, y), w,
+                             odd);
 }
 
 template <size_t S> PlanarRowKernel diagonalKernel(const ColourJob<S> &job)
@@ -1457,25 +1460,27 @@ public:
             const uint16_t *rows[3][2];
             for (unsigned c = 0; c < 3; ++c)
                 for (unsigned h = 0; h < 2; ++h)
-                    rows[c][h] = split ? job_.rowHalf(c, y, h) : job_.p.c[c] + row;
+                    rows[c][h] = split ? job_.rowHalf(c, y, h) : job_.p.row(c, y);
             vec::matrixTriples8Vbmi(rows, w, split, narrowMatrix_, tables, slot_, dest_ + 3 * row);
             return;
         }
         size_t done = 0;
         if (avx2Narrow_)
-            done = vec::matrixTriples8Avx2(job_.p.c[0] + row, job_.p.c[1] + row, job_.p.c[2] + row, w, narrowMatrix_,
+            done = vec::matrixTriples8Avx2(job_.p.row(0, y), job_.p.row(1, y), job_.p.row(2, y), w, narrowMatrix_,
                                            tables, slot_, dest_ + 3 * row);
         const OutputTable *reduced[3] = {&r0_, &r1_, &r2_};
         uint16_t values[3][kBlock], joined[3][kBlock];
         for (size_t x0 = done; x0 < w; x0 += kBlock) {
             const size_t n = std::min(kBlock, w - x0);
-            const uint16_t *in[3] = {job_.p.c[0] + row + x0, job_.p.c[1] + row + x0, job_.p.c[2] + row + x0};
-            if (job_.p.half != 0) {
-                // Split rows: the block's pixels in their order first.
-                for (unsigned c = 0; c < 3; ++c) {
+            const uint16_t *in[3];
+            for (unsigned c = 0; c < 3; ++c) {
+                if (job_.p.half != 0) {
+                    // Split rows: the block's pixels in their order first.
                     for (size_t k = 0; k < n; ++k)
                         joined[c][k] = job_.value(c, static_cast<uint32_t>(x0 + k), y);
                     in[c] = joined[c];
+                } else {
+                    in[c] = job_.p.row(c, y) + x0;
                 }
             }
             if (f_.matrixOn)
@@ -1589,6 +1594,71 @@ void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
             }
         }
     }
+}
+
+// Split rows to 8 bits, the planes only in windows: the frame in bands of
+// kWindowBand rows (the last one taking a lone last row), each thread
+// taking the next band when done with its own. Each band is interpolated
+// into a window of rows on its thread, in the smoothing copy's buffer
+// (free by now): the band's rows of the three planes and the green plane
+// of the row above and the row below it, which the band's passes read.
+// A row is output as soon as it is done; the top row once the edge rule
+// has read the row below it, the bottom row likewise. So the planes take
+// no room in the caches beyond the windows, and the full planes are not
+// written (splitPlanes() computes them when asked). Returns false, having
+// done nothing, when the buffer has no room for a window per thread.
+constexpr uint32_t kWindowBand = 32;
+constexpr size_t kWindowRows = kWindowBand + 3;
+
+bool interpolateInWindows(const ColourJob<1> &job, std::uint8_t *dest)
+{
+    const Area &a = job.f->area;
+    const size_t w = a.w;
+    const uint32_t threads = teamSize();
+    const size_t windowValues = 3 * kWindowRows * w;
+    if (size_t{threads} * windowValues > size_t{kSensorSide} * kSensorSide)
+        return false;
+    uint32_t count = (a.h + kWindowBand - 1) / kWindowBand;
+    if (count > 1 && a.h - (count - 1) * kWindowBand == 1)
+        --count;
+    const PlanarRowKernel green = greenKernel(job), line = lineKernel(job), diagonal = diagonalKernel(job);
+#pragma omp parallel num_threads(threads)
+    {
+#ifdef _OPENMP
+        const auto t = static_cast<size_t>(omp_get_thread_num());
+#else
+        const size_t t = 0;
+#endif
+        ColourJob<1> local = job;
+        for (unsigned c = 0; c < 3; ++c)
+            local.p.c[c] = job.f->previous + t * windowValues + c * kWindowRows * w;
+        const PlanarFinish finish(local, dest);
+#pragma omp for schedule(dynamic, 1)
+        for (int b = 0; b < static_cast<int>(count); ++b) {
+            const uint32_t first = static_cast<uint32_t>(b) * kWindowBand;
+            const uint32_t end = static_cast<uint32_t>(b) + 1 == count ? a.h : first + kWindowBand;
+            // Green rows top .. bottom - 1; the window starts at row top.
+            const uint32_t top = first > 0 ? first - 1 : 0, bottom = std::min(end + 1, a.h);
+            local.p.first = top;
+            for (uint32_t y = top; y < std::min(first + 2, bottom); ++y)
+                greenPlaneRow(local, y, green);
+            for (uint32_t y = first; y < end; ++y) {
+                if (y + 1 >= first + 2 && y + 1 < bottom)
+                    greenPlaneRow(local, y + 1, green);
+                redBlueAtGreenRow(local, y, line);
+                redBlueAtRedBlueRow(local, y, diagonal);
+                if (y == 1) {
+                    redBlueAtTop(local);
+                    finish.row(0);
+                }
+                if (y + 1 == a.h)
+                    redBlueAtBottom(local);
+                if (y > 0 || a.h == 1)
+                    finish.row(y);
+            }
+        }
+    }
+    return true;
 }
 
 // Interleaved triples: matrix and look-up in place, for the 16-bit result.
@@ -1829,7 +1899,10 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
             correctDefects(f);
         }
         const stage::ColourPlanes planes = colourPlanes(f, fused);
-        interpolateAndFinish(planeJob(f, planes), static_cast<std::uint8_t *>(dest));
+        const ColourJob<1> job = planeJob(f, planes);
+        if (planes.split && interpolateInWindows(job, static_cast<std::uint8_t *>(dest)))
+            return ImageLayout::SplitMosaic;
+        interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
         return planes.split ? ImageLayout::SplitPlanes : ImageLayout::Planes;
     }
     sensorPass(f);
@@ -1908,9 +1981,20 @@ ColourPlanes colourPlanes(const Frame &f)
 
 void colourFinish(const Frame &f, const ColourPlanes &planes, std::uint8_t *dest)
 {
-    interpolateAndFinish(planeJob(f, planes), dest);
+    const ColourJob<1> job = planeJob(f, planes);
+    if (!planes.split || !interpolateInWindows(job, dest))
+        interpolateAndFinish(job, dest);
 }
 
 } // namespace stage
+
+void splitPlanes(const Area &area, std::uint16_t *rgb, std::uint16_t *previous)
+{
+    Frame f{};
+    f.area = area;
+    f.rgb = rgb;
+    f.previous = previous;
+    interpolate(planeJob(f, {true, true}));
+}
 
 } // namespace quorin::image

@@ -12,6 +12,11 @@ namespace quorin::image {
 // frame left in the device's buffers.
 ImageLayout process(const Frame &f, bool sixteenBit, void *dest);
 
+// The planes of a frame that process() left as ImageLayout::SplitMosaic
+// (area, and the device's RGB image and smoothing copy): afterwards the
+// buffers hold ImageLayout::SplitPlanes.
+void splitPlanes(const Area &area, std::uint16_t *rgb, std::uint16_t *previous);
+
 // The stages of process() one at a time, so that each can be measured
 // alone. Each runs over the whole area, on every thread, as process()
 // runs it, and expects the frame's buffers as the stages before it leave

@@ -5,16 +5,22 @@
 #include "image/probe.h"
 
 #include "device/device_table.h"
+#include "image/pipeline.h"
 #include "image/reference/stages.h"
 
 namespace quorin::image {
 
 bool lastImagePixel(std::uint32_t deviceNo, std::uint32_t index, std::uint32_t rgb[3])
 {
-    const LastImage &last = device(deviceNo).lastImage;
+    LastImage &last = device(deviceNo).lastImage;
     const DeviceBuffers &b = g_state.buffers;
     if (last.layout == ImageLayout::None)
         return false;
+    if (last.layout == ImageLayout::SplitMosaic) {
+        // The planes once, for this and every later probe of the frame.
+        splitPlanes({last.width, last.pixels / last.width, 0, 0}, b.rgbImage[deviceNo], b.previousFrame[deviceNo]);
+        last.layout = ImageLayout::SplitPlanes;
+    }
     if (last.layout == ImageLayout::Grey) {
         rgb[0] = rgb[1] = rgb[2] = b.workImage[deviceNo][index];
         return true;

@@ -572,12 +572,11 @@ QUORIN_TARGET_AVX512 std::uint32_t balanceSplitAvx512(const std::uint16_t *in, s
     return (all | all >> 16) & 0xFFFFu;
 }
 
-QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t row,
-                                           std::size_t w, std::uint32_t odd)
+QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *here, std::uint16_t *green, std::size_t w,
+                                           std::uint32_t odd)
 {
     const Sites sites(2, w - 3, odd);
     const SplitRow split{(w + 1) / 2};
-    const std::uint16_t *here = m + row;
     for (std::size_t t = 0;; t += 32) {
         // The last block ends at the last site, over sites done already.
         t = std::min(t, sites.count - 32);
@@ -599,19 +598,18 @@ QUORIN_TARGET_AVX512 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t
         const __mmask32 strong = static_cast<__mmask32>(~(below(dh, 80) & below(dv, 80)));
         __m512i g = _mm512_mask_mov_epi16(both, strong & _mm512_cmpgt_epi16_mask(dh, dv), vertical);
         g = clamp1023(_mm512_mask_mov_epi16(g, strong & _mm512_cmplt_epi16_mask(dh, dv), horizontal));
-        _mm512_storeu_si512(split.place(green + row, x), g);
+        _mm512_storeu_si512(split.place(green, x), g);
         if (t + 32 == sites.count)
             return;
     }
 }
 
-QUORIN_TARGET_AVX512 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green,
-                                          std::uint16_t *horizontal, std::uint16_t *vertical, std::size_t row,
-                                          std::size_t w, std::uint32_t odd)
+QUORIN_TARGET_AVX512 void lineSplitAvx512(const std::uint16_t *mosaic, const std::uint16_t *plane,
+                                          std::uint16_t *horizontal, std::uint16_t *vertical, std::size_t w,
+                                          std::uint32_t odd)
 {
     const Sites sites(2, w - 3, odd ^ 1u);
     const SplitRow split{(w + 1) / 2};
-    const std::uint16_t *mosaic = m + row, *plane = green + row;
     for (std::size_t t = 0;; t += 32) {
         t = std::min(t, sites.count - 32);
         const std::size_t x = sites.first + 2 * t;
@@ -620,25 +618,24 @@ QUORIN_TARGET_AVX512 void lineSplitAvx512(const std::uint16_t *m, const std::uin
         const __m512i gl = split.at(plane, x - 1), gr = split.at(plane, x + 1);
         const __m512i mu = split.at(mosaic - w, x), md = split.at(mosaic + w, x);
         const __m512i gu = split.at(plane - w, x), gd = split.at(plane + w, x);
-        _mm512_storeu_si512(split.place(horizontal + row, x), fromLine(ml, mr, gc, gl, gr));
-        _mm512_storeu_si512(split.place(vertical + row, x), fromLine(mu, md, gc, gu, gd));
+        _mm512_storeu_si512(split.place(horizontal, x), fromLine(ml, mr, gc, gl, gr));
+        _mm512_storeu_si512(split.place(vertical, x), fromLine(mu, md, gc, gu, gd));
         if (t + 32 == sites.count)
             return;
     }
 }
 
 QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std::uint16_t *green,
-                                              std::uint16_t *missing, std::size_t row, std::size_t w,
-                                              std::uint32_t odd)
+                                              std::uint16_t *missing, std::size_t w, std::uint32_t odd)
 {
     const Sites sites(1, w - 2, odd);
     const SplitRow split{(w + 1) / 2};
-    const std::uint16_t *above = m + row - w, *under = m + row + w;
-    const std::uint16_t *greenAbove = green + row - w, *greenUnder = green + row + w;
+    const std::uint16_t *above = m - w, *under = m + w;
+    const std::uint16_t *greenAbove = green - w, *greenUnder = green + w;
     for (std::size_t t = 0;; t += 32) {
         t = std::min(t, sites.count - 32);
         const std::size_t x = sites.first + 2 * t;
-        const __m512i gc = split.at(green + row, x);
+        const __m512i gc = split.at(green, x);
         // Up-left, down-right, up-right, down-left.
         const __m512i c0 = split.at(above, x - 1), c1 = split.at(under, x + 1);
         const __m512i c2 = split.at(above, x + 1), c3 = split.at(under, x - 1);
@@ -680,7 +677,7 @@ QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std:
             }
             v = _mm512_mask_mov_epi16(v, fallback, clamp1023(best));
         }
-        _mm512_storeu_si512(split.place(missing + row, x), v);
+        _mm512_storeu_si512(split.place(missing, x), v);
         if (t + 32 == sites.count)
             return;
     }

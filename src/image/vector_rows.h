@@ -114,9 +114,11 @@ struct SplitBalance {
 std::uint32_t balanceSplitAvx512(const std::uint16_t *in, std::size_t w, const SplitBalance &rule,
                                  std::uint16_t *even, std::uint16_t *odd);
 
-// The inner columns of one inner row (y, with odd = y & 1, starting at
-// `row`) of the three interpolation passes on split rows, over a split
-// mosaic m of values below 1024. Rows must be at least 68 wide.
+// The inner columns of one inner row (y, with odd = y & 1) of the three
+// interpolation passes on split rows, over a split mosaic of values below
+// 1024 (m points to row y; rows y - 2 .. y + 2 are read). The planes'
+// pointers point to row y of each; the green plane's rows y - 1 and y + 1
+// lie w values before and after it. Rows must be at least 68 wide.
 //  - green: red and blue sites of columns 2 .. w-3 get the gradient-guided
 //    green in `green`. The values the mosaic already holds (a green site's
 //    green, a red or blue site's own colour) stay there: the finish and
@@ -133,11 +135,10 @@ constexpr std::size_t kSplitMinWidth = 68;
 // half of each row is read and written.
 void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row, std::size_t w,
                        std::uint32_t odd, std::uint32_t last);
-void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t row, std::size_t w,
-                      std::uint32_t odd);
+void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t w, std::uint32_t odd);
 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *horizontal,
-                     std::uint16_t *vertical, std::size_t row, std::size_t w, std::uint32_t odd);
-void diagonalSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *missing, std::size_t row,
-                         std::size_t w, std::uint32_t odd);
+                     std::uint16_t *vertical, std::size_t w, std::uint32_t odd);
+void diagonalSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *missing, std::size_t w,
+                         std::uint32_t odd);
 
 } // namespace quorin::image::vec

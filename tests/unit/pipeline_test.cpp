@@ -222,7 +222,8 @@ const Area kAreas[] = {
     {37, 23, 3, 5},       {5, 7, 1000, 1000}, {1, 3, 0, 0},        // odd sizes, a tiny area
     {2, 2, 10, 10},       {33, 1, 0, 0},      {8, 9, 1016, 1015},
     {101, 37, 923, 7},    {68, 6, 100, 100},   // odd widths of split rows, the narrowest split rows
-    {96, 11, 40, 1013}};                       // split rows of an odd height with the vector kernels
+    {96, 11, 40, 1013},                        // split rows of an odd height with the vector kernels
+    {80, 65, 200, 300}};                       // a lone last row after whole bands of 32
 
 } // namespace
 
