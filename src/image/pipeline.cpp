@@ -1734,23 +1734,23 @@ vec::SplitBalance splitBalance(const Frame &f, uint32_t y, Kernel kernel)
 }
 
 // The first step of split rows (see vector_rows.h): colour balance, each
-// balanced row split into the red plane's buffer (free until the
-// interpolation) and from there, with green smoothing in colour mode 2,
-// into the split mosaic; band by band, so that a row is split and smoothed
-// while it is in cache. With `sensor` given, the sensor corrections and
-// the defect correction of each row come first in the same bands, the
-// corrected rows only in a ring of rows on each thread (which also
-// corrects the two rows beyond each end of its band that the defect
-// correction reads), so that the corrected mosaic never takes room in the
-// caches; f.work is then left as it was. Without, the corrected mosaic is
-// read from f.work. Returns whether every balanced value is below 1024;
-// when not, the split mosaic is of no use.
+// balanced row split into the split mosaic, with green smoothing in colour
+// mode 2 for its green half; band by band, one band per thread, so that a
+// row is split and smoothed while it is in cache. The balanced green
+// halves that the smoothing reads stay in a ring of rows on each thread,
+// which also balances the row above and the row below its band (writing
+// only its ring). With `sensor` given, the sensor corrections and the
+// defect correction of each row come first, the corrected rows likewise
+// only in a ring on each thread (which also corrects the rows beyond its
+// band that the defect correction reads), so that the corrected mosaic
+// never takes room in the caches; f.work is then left as it was. Without,
+// the corrected mosaic is read from f.work. Returns whether every balanced
+// value is below 1024; when not, the split mosaic is of no use.
 bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
     const size_t w = a.w;
-    uint16_t *balanced = job.p.c[kRed];
     const Kernel kernel = kernelFor(f.kernelVariant);
     const auto balanceRowKernel = BalanceRow::pick();
     const auto sensorRowKernel = SensorRowFused::pick();
@@ -1773,8 +1773,14 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
 #endif
         const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
         const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
-        alignas(64) uint16_t row[kSensorSide];
-        alignas(64) uint16_t ring[kRingRows * kSensorSide];
+        // Rows prepareFirst .. prepareEnd - 1 are balanced, rows
+        // senseFirst .. senseEnd - 1 corrected.
+        const uint32_t prepareFirst = smoothing && first > 0 ? first - 1 : first;
+        const uint32_t prepareEnd = smoothing ? std::min(end + 1, a.h) : end;
+        const uint32_t senseFirst = prepareFirst >= 2 ? prepareFirst - 2 : 0;
+        const uint32_t senseEnd = std::min(prepareEnd + 2, a.h);
+        alignas(64) uint16_t row[kSensorSide], spare[kSensorSide];
+        alignas(64) uint16_t ring[kRingRows * kSensorSide], greens[4 * kSensorSide];
         SensorJob ringJob{};
         if (sensor != nullptr) {
             ringJob = *sensor;
@@ -1783,22 +1789,27 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
         auto rowOf = [&](uint32_t y) {
             return sensor != nullptr ? ring + size_t{y % kRingRows} * w : f.work + y * w;
         };
-        // Rows first - 2 .. end + 1 (those in the area) are corrected.
-        const uint32_t senseEnd = std::min(end + 2, a.h);
+        auto greensOf = [&](uint32_t y) { return greens + size_t{y % 4} * w; };
         auto sense = [&](uint32_t y) {
-            if (sensor != nullptr && y < senseEnd)
+            if (sensor != nullptr)
                 sensorRowKernel(ringJob, y);
         };
+        // Row y balanced and split: both halves to the split mosaic, except
+        // with smoothing the green one, which the smoothing reads, to the
+        // ring. Rows beyond the band only to the ring.
         auto prepare = [&](uint32_t y) {
+            const bool own = y >= first && y < end;
             if (defects)
                 for (const uint32_t *e = defectRows->begin(y); e != defectRows->end(y); ++e)
                     correctDefect(f, *set, *e, rowOf);
-            // Both halves to the split mosaic, except with smoothing the
-            // green one, which the smoothing reads, to the balanced rows.
             const size_t greenHalf = (y & 1) ? 0 : 1;
             uint16_t *halves[2];
-            for (size_t h = 0; h < 2; ++h)
-                halves[h] = (smoothing && h == greenHalf ? balanced : job.splitMosaic) + y * w + h * job.p.half;
+            for (size_t h = 0; h < 2; ++h) {
+                if (smoothing && h == greenHalf)
+                    halves[h] = greensOf(y) + h * job.p.half;
+                else
+                    halves[h] = own ? job.splitMosaic + y * w + h * job.p.half : spare;
+            }
             const uint16_t *from = rowOf(y);
             vec::SplitBalance rule = splitBalance(f, y, kernel);
             if (rule.columns == kUnbalanced) {
@@ -1812,29 +1823,28 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
         auto finish = [&](uint32_t y) {
             if (!smoothing)
                 return;
+            uint16_t *mosaic = job.splitMosaic + y * w;
             if (y >= 1 && y + 1 < a.h) {
-                vec::smoothSplitAvx512(balanced, job.splitMosaic, y * w, w, y & 1, (y & 1) ? a.w - 2 : a.w - 3);
+                vec::smoothSplitAvx512(greensOf(y - 1), greensOf(y), greensOf(y + 1), mosaic, w, y & 1,
+                                       (y & 1) ? a.w - 2 : a.w - 3);
             } else {
-                const size_t at = y * w + ((y & 1) ? 0 : job.p.half);
-                std::memcpy(job.splitMosaic + at, balanced + at, ((y & 1) ? job.p.half : w / 2) * 2);
+                const size_t at = (y & 1) ? 0 : job.p.half;
+                std::memcpy(mosaic + at, greensOf(y) + at, ((y & 1) ? job.p.half : w / 2) * 2);
             }
         };
-        // Each row is corrected two rows ahead of the defect correction and
-        // balance; a row is smoothed once the rows around it are split.
+        // Each row is corrected two rows ahead of its balance; a row is
+        // smoothed once the row below it is balanced.
         if (first < end) {
-            for (uint32_t y = first >= 2 ? first - 2 : 0; y < first + 2; ++y)
+            for (uint32_t y = senseFirst; y < std::min(prepareFirst + 2, senseEnd); ++y)
                 sense(y);
-            for (uint32_t y = first; y < end; ++y) {
-                sense(y + 2);
+            for (uint32_t y = prepareFirst; y < prepareEnd; ++y) {
+                if (y + 2 < senseEnd)
+                    sense(y + 2);
                 prepare(y);
-                if (y >= first + 2)
+                if (y > first && y - 1 < end)
                     finish(y - 1);
             }
-        }
-#pragma omp barrier
-        if (first < end) {
-            finish(first);
-            if (end - 1 > first)
+            if (prepareEnd == end)
                 finish(end - 1);
         }
     }

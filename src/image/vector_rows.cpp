@@ -683,8 +683,9 @@ QUORIN_TARGET_AVX512 void diagonalSplitAvx512(const std::uint16_t *m, const std:
     }
 }
 
-QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row,
-                                            std::size_t w, std::uint32_t odd, std::uint32_t last)
+QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *above, const std::uint16_t *here,
+                                            const std::uint16_t *below, std::uint16_t *mosaic, std::size_t w,
+                                            std::uint32_t odd, std::uint32_t last)
 {
     const Sites sites(1, last, odd ^ 1u);
     const SplitRow split{(w + 1) / 2};
@@ -693,18 +694,16 @@ QUORIN_TARGET_AVX512 void smoothSplitAvx512(const std::uint16_t *balanced, std::
     const std::size_t counts[2] = {split.half, w / 2};
     const std::uint32_t green = odd ^ 1u;
     const std::size_t firstIndex = sites.first / 2, lastIndex = firstIndex + sites.count - 1;
-    const std::size_t greenAt = row + green * split.half;
-    std::memcpy(mosaic + greenAt, balanced + greenAt, firstIndex * 2);
-    std::memcpy(mosaic + greenAt + lastIndex + 1, balanced + greenAt + lastIndex + 1,
-                (counts[green] - lastIndex - 1) * 2);
-    const std::uint16_t *here = balanced + row;
+    const std::size_t greenAt = green * split.half;
+    std::memcpy(mosaic + greenAt, here + greenAt, firstIndex * 2);
+    std::memcpy(mosaic + greenAt + lastIndex + 1, here + greenAt + lastIndex + 1, (counts[green] - lastIndex - 1) * 2);
     for (std::size_t t = 0;; t += 32) {
         t = std::min(t, sites.count - 32);
         const std::size_t x = sites.first + 2 * t;
         // The four diagonal neighbours, green sites too.
-        const __m512i neighbours[4] = {split.at(here - w, x - 1), split.at(here - w, x + 1),
-                                       split.at(here + w, x - 1), split.at(here + w, x + 1)};
-        _mm512_storeu_si512(split.place(mosaic + row, x), smoothedMean(split.at(here, x), neighbours));
+        const __m512i neighbours[4] = {split.at(above, x - 1), split.at(above, x + 1), split.at(below, x - 1),
+                                       split.at(below, x + 1)};
+        _mm512_storeu_si512(split.place(mosaic, x), smoothedMean(split.at(here, x), neighbours));
         if (t + 32 == sites.count)
             return;
     }

@@ -128,13 +128,14 @@ std::uint32_t balanceSplitAvx512(const std::uint16_t *in, std::size_t w, const S
 //  - diagonal: red and blue sites of columns 1 .. w-2 get the colour of
 //    their diagonal neighbours in `missing`, fall-backs included.
 constexpr std::size_t kSplitMinWidth = 68;
-// Green smoothing of one row (1 .. h-2) from the split balanced rows into
-// the split mosaic: the green sites of the row (those with ((x ^ odd) & 1)
-// set), each from column 1 to `last` replaced by its weighted mean as
+// Green smoothing of one row (1 .. h-2) from split balanced rows (`here`,
+// and the rows above and below it) into the row of the split mosaic at
+// `mosaic`: the green sites of the row (those with ((x ^ odd) & 1) set),
+// each from column 1 to `last` replaced by its weighted mean as
 // smoothGreenAvx512 computes it, the others as they are. Only the green
 // half of each row is read and written.
-void smoothSplitAvx512(const std::uint16_t *balanced, std::uint16_t *mosaic, std::size_t row, std::size_t w,
-                       std::uint32_t odd, std::uint32_t last);
+void smoothSplitAvx512(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
+                       std::uint16_t *mosaic, std::size_t w, std::uint32_t odd, std::uint32_t last);
 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t w, std::uint32_t odd);
 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *horizontal,
                      std::uint16_t *vertical, std::size_t w, std::uint32_t odd);
