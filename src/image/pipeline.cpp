@@ -1735,8 +1735,8 @@ vec::SplitBalance splitBalance(const Frame &f, uint32_t y, Kernel kernel)
 
 // The first step of split rows (see vector_rows.h): colour balance, each
 // balanced row split into the split mosaic, with green smoothing in colour
-// mode 2 for its green half; band by band, one band per thread, so that a
-// row is split and smoothed while it is in cache. The balanced green
+// mode 2 for its green half; band by band, so that a row is split and
+// smoothed while it is in cache. The balanced green
 // halves that the smoothing reads stay in a ring of rows on each thread,
 // which also balances the row above and the row below its band (writing
 // only its ring). With `sensor` given, the sensor corrections and the
@@ -1762,23 +1762,15 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
         set.emplace(f.defects, std::min<uint32_t>(f.defectCount, 1024));
         defectRows.emplace(*set, a);
     }
+    // A few bands per thread, each thread taking the next one when done, so
+    // that a thread the machine slows down does less (each band redoes the
+    // rows beyond it: a few percent).
+    const uint32_t threads = teamSize();
+    const uint32_t bands = threads <= 1 ? 1 : std::max(threads, std::min(4 * threads, a.h / 64));
     uint32_t bits = 0;
 #pragma omp parallel reduction(| : bits)
     {
-#ifdef _OPENMP
-        const auto threads = static_cast<uint32_t>(omp_get_num_threads());
-        const auto t = static_cast<uint32_t>(omp_get_thread_num());
-#else
-        const uint32_t threads = 1, t = 0;
-#endif
-        const auto first = static_cast<uint32_t>(uint64_t{a.h} * t / threads);
-        const auto end = static_cast<uint32_t>(uint64_t{a.h} * (t + 1) / threads);
-        // Rows prepareFirst .. prepareEnd - 1 are balanced, rows
-        // senseFirst .. senseEnd - 1 corrected.
-        const uint32_t prepareFirst = smoothing && first > 0 ? first - 1 : first;
-        const uint32_t prepareEnd = smoothing ? std::min(end + 1, a.h) : end;
-        const uint32_t senseFirst = prepareFirst >= 2 ? prepareFirst - 2 : 0;
-        const uint32_t senseEnd = std::min(prepareEnd + 2, a.h);
+        uint32_t first = 0, end = 0; // the band's rows
         alignas(64) uint16_t row[kSensorSide], spare[kSensorSide];
         alignas(64) uint16_t ring[kRingRows * kSensorSide], greens[4 * kSensorSide];
         SensorJob ringJob{};
@@ -1832,9 +1824,20 @@ bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
                 std::memcpy(mosaic + at, greensOf(y) + at, ((y & 1) ? job.p.half : w / 2) * 2);
             }
         };
-        // Each row is corrected two rows ahead of its balance; a row is
-        // smoothed once the row below it is balanced.
-        if (first < end) {
+#pragma omp for schedule(dynamic, 1)
+        for (int b = 0; b < static_cast<int>(bands); ++b) {
+            first = static_cast<uint32_t>(uint64_t{a.h} * static_cast<uint32_t>(b) / bands);
+            end = static_cast<uint32_t>(uint64_t{a.h} * (static_cast<uint32_t>(b) + 1) / bands);
+            if (first == end)
+                continue;
+            // Rows prepareFirst .. prepareEnd - 1 are balanced, rows
+            // senseFirst .. senseEnd - 1 corrected; each row two rows ahead
+            // of its balance. A row is smoothed once the row below it is
+            // balanced.
+            const uint32_t prepareFirst = smoothing && first > 0 ? first - 1 : first;
+            const uint32_t prepareEnd = smoothing ? std::min(end + 1, a.h) : end;
+            const uint32_t senseFirst = prepareFirst >= 2 ? prepareFirst - 2 : 0;
+            const uint32_t senseEnd = std::min(prepareEnd + 2, a.h);
             for (uint32_t y = senseFirst; y < std::min(prepareFirst + 2, senseEnd); ++y)
                 sense(y);
             for (uint32_t y = prepareFirst; y < prepareEnd; ++y) {
