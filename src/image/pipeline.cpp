@@ -33,6 +33,7 @@
 #endif
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -1535,14 +1536,27 @@ struct Bands {
     }
 };
 
+// The size of the team a parallel region starts, and the calling thread's
+// number in its team.
+#ifdef _OPENMP
 uint32_t teamSize()
 {
-#ifdef _OPENMP
     return static_cast<uint32_t>(omp_get_max_threads());
-#else
-    return 1;
-#endif
 }
+uint32_t threadNumber()
+{
+    return static_cast<uint32_t>(omp_get_thread_num());
+}
+#else
+uint32_t teamSize()
+{
+    return 1;
+}
+uint32_t threadNumber()
+{
+    return 0;
+}
+#endif
 
 // Interpolation of the planes and the 8-bit output, row by row so that a
 // row's data is still in cache for the next pass: the green plane of the
@@ -1605,58 +1619,89 @@ void interpolateAndFinish(const ColourJob<1> &job, std::uint8_t *dest)
 // A row is output as soon as it is done; the top row once the edge rule
 // has read the row below it, the bottom row likewise. So the planes take
 // no room in the caches beyond the windows, and the full planes are not
-// written (splitPlanes() computes them when asked). Returns false, having
-// done nothing, when the buffer has no room for a window per thread.
-constexpr uint32_t kWindowBand = 32;
-constexpr size_t kWindowRows = kWindowBand + 3;
+// written (splitPlanes() computes them when asked). The buffer has room
+// for a window per thread only for so many threads (fits()).
+class WindowPass {
+public:
+    static constexpr uint32_t kBand = 32;
+    static constexpr size_t kRows = kBand + 3;
 
+    WindowPass(const ColourJob<1> &job, std::uint8_t *dest)
+        : job_(job), dest_(dest), a_(job.f->area), windowValues_(3 * kRows * a_.w), green_(greenKernel(job)),
+          line_(lineKernel(job)), diagonal_(diagonalKernel(job))
+    {
+        bands_ = (a_.h + kBand - 1) / kBand;
+        if (bands_ > 1 && a_.h - (bands_ - 1) * kBand == 1)
+            --bands_;
+    }
+    bool fits(uint32_t threads) const { return size_t{threads} * windowValues_ <= size_t{kSensorSide} * kSensorSide; }
+    uint32_t bands() const { return bands_; }
+    uint32_t first(uint32_t b) const { return b * kBand; }
+    uint32_t end(uint32_t b) const { return b + 1 == bands_ ? a_.h : (b + 1) * kBand; }
+
+    // Thread t's window and output.
+    struct Thread {
+        ColourJob<1> local;
+        const PlanarFinish finish;
+        Thread(const WindowPass &pass, size_t t) : local(pass.window(t)), finish(local, pass.dest_) {}
+    };
+
+    void run(uint32_t b, Thread &thread) const
+    {
+        ColourJob<1> &local = thread.local;
+        const uint32_t first = this->first(b), end = this->end(b);
+        // Green rows top .. bottom - 1; the window starts at row top.
+        const uint32_t top = first > 0 ? first - 1 : 0, bottom = std::min(end + 1, a_.h);
+        local.p.first = top;
+        for (uint32_t y = top; y < std::min(first + 2, bottom); ++y)
+            greenPlaneRow(local, y, green_);
+        for (uint32_t y = first; y < end; ++y) {
+            if (y + 1 >= first + 2 && y + 1 < bottom)
+                greenPlaneRow(local, y + 1, green_);
+            redBlueAtGreenRow(local, y, line_);
+            redBlueAtRedBlueRow(local, y, diagonal_);
+            if (y == 1) {
+                redBlueAtTop(local);
+                thread.finish.row(0);
+            }
+            if (y + 1 == a_.h)
+                redBlueAtBottom(local);
+            if (y > 0 || a_.h == 1)
+                thread.finish.row(y);
+        }
+    }
+
+private:
+    ColourJob<1> window(size_t t) const
+    {
+        ColourJob<1> local = job_;
+        for (unsigned c = 0; c < 3; ++c)
+            local.p.c[c] = job_.f->previous + t * windowValues_ + c * kRows * a_.w;
+        return local;
+    }
+
+    const ColourJob<1> &job_;
+    std::uint8_t *const dest_;
+    const Area &a_;
+    const size_t windowValues_;
+    const PlanarRowKernel green_, line_, diagonal_;
+    uint32_t bands_;
+};
+
+// The window pass alone; false, having done nothing, when the windows do
+// not fit.
 bool interpolateInWindows(const ColourJob<1> &job, std::uint8_t *dest)
 {
-    const Area &a = job.f->area;
-    const size_t w = a.w;
+    const WindowPass pass(job, dest);
     const uint32_t threads = teamSize();
-    const size_t windowValues = 3 * kWindowRows * w;
-    if (size_t{threads} * windowValues > size_t{kSensorSide} * kSensorSide)
+    if (!pass.fits(threads))
         return false;
-    uint32_t count = (a.h + kWindowBand - 1) / kWindowBand;
-    if (count > 1 && a.h - (count - 1) * kWindowBand == 1)
-        --count;
-    const PlanarRowKernel green = greenKernel(job), line = lineKernel(job), diagonal = diagonalKernel(job);
 #pragma omp parallel num_threads(threads)
     {
-#ifdef _OPENMP
-        const auto t = static_cast<size_t>(omp_get_thread_num());
-#else
-        const size_t t = 0;
-#endif
-        ColourJob<1> local = job;
-        for (unsigned c = 0; c < 3; ++c)
-            local.p.c[c] = job.f->previous + t * windowValues + c * kWindowRows * w;
-        const PlanarFinish finish(local, dest);
+        WindowPass::Thread thread(pass, threadNumber());
 #pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(count); ++b) {
-            const uint32_t first = static_cast<uint32_t>(b) * kWindowBand;
-            const uint32_t end = static_cast<uint32_t>(b) + 1 == count ? a.h : first + kWindowBand;
-            // Green rows top .. bottom - 1; the window starts at row top.
-            const uint32_t top = first > 0 ? first - 1 : 0, bottom = std::min(end + 1, a.h);
-            local.p.first = top;
-            for (uint32_t y = top; y < std::min(first + 2, bottom); ++y)
-                greenPlaneRow(local, y, green);
-            for (uint32_t y = first; y < end; ++y) {
-                if (y + 1 >= first + 2 && y + 1 < bottom)
-                    greenPlaneRow(local, y + 1, green);
-                redBlueAtGreenRow(local, y, line);
-                redBlueAtRedBlueRow(local, y, diagonal);
-                if (y == 1) {
-                    redBlueAtTop(local);
-                    finish.row(0);
-                }
-                if (y + 1 == a.h)
-                    redBlueAtBottom(local);
-                if (y > 0 || a.h == 1)
-                    finish.row(y);
-            }
-        }
+        for (int b = 0; b < static_cast<int>(pass.bands()); ++b)
+            pass.run(static_cast<uint32_t>(b), thread);
     }
     return true;
 }
@@ -1735,120 +1780,200 @@ vec::SplitBalance splitBalance(const Frame &f, uint32_t y, Kernel kernel)
 
 // The first step of split rows (see vector_rows.h): colour balance, each
 // balanced row split into the split mosaic, with green smoothing in colour
-// mode 2 for its green half; band by band, so that a row is split and
-// smoothed while it is in cache. The balanced green
-// halves that the smoothing reads stay in a ring of rows on each thread,
-// which also balances the row above and the row below its band (writing
-// only its ring). With `sensor` given, the sensor corrections and the
-// defect correction of each row come first, the corrected rows likewise
-// only in a ring on each thread (which also corrects the rows beyond its
-// band that the defect correction reads), so that the corrected mosaic
-// never takes room in the caches; f.work is then left as it was. Without,
-// the corrected mosaic is read from f.work. Returns whether every balanced
-// value is below 1024; when not, the split mosaic is of no use.
-bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
-{
-    const Frame &f = *job.f;
-    const Area &a = f.area;
-    const size_t w = a.w;
-    const Kernel kernel = kernelFor(f.kernelVariant);
-    const auto balanceRowKernel = BalanceRow::pick();
-    const auto sensorRowKernel = SensorRowFused::pick();
-    const bool smoothing = f.colourMode == 2 && a.h >= 3;
-    const bool defects = sensor != nullptr && f.defectCorrect && f.defectCount != 0;
-    std::optional<DefectSet> set;
-    std::optional<DefectRows> defectRows;
-    if (defects) {
-        set.emplace(f.defects, std::min<uint32_t>(f.defectCount, 1024));
-        defectRows.emplace(*set, a);
-    }
-    // A few bands per thread, each thread taking the next one when done, so
-    // that a thread the machine slows down does less (each band redoes the
-    // rows beyond it: a few percent).
-    const uint32_t threads = teamSize();
-    const uint32_t bands = threads <= 1 ? 1 : std::max(threads, std::min(4 * threads, a.h / 64));
-    uint32_t bits = 0;
-#pragma omp parallel reduction(| : bits)
+// mode 2 for its green half; band by band, a few bands per thread, each
+// thread taking the next band when done, so that a row is split and
+// smoothed while it is in cache and a thread the machine slows down does
+// less. The balanced green halves that the smoothing reads stay in a ring
+// of rows on each thread, which also balances the row above and the row
+// below its band (writing only its ring). With `sensor` given, the sensor
+// corrections and the defect correction of each row come first, the
+// corrected rows likewise only in a ring on each thread (which also
+// corrects the rows beyond its band that the defect correction reads), so
+// that the corrected mosaic never takes room in the caches; f.work is then
+// left as it was. Without, the corrected mosaic is read from f.work. Each
+// band redoes a few rows beyond it: a few percent of the pass.
+class FirstPass {
+public:
+    static constexpr uint32_t kMaxBands = 64;
+
+    FirstPass(const ColourJob<1> &job, const SensorJob *sensor, uint32_t threads)
+        : job_(job), f_(*job.f), a_(f_.area), w_(a_.w), sensor_(sensor), kernel_(kernelFor(f_.kernelVariant)),
+          balanceRow_(BalanceRow::pick()), sensorRow_(SensorRowFused::pick()),
+          smoothing_(f_.colourMode == 2 && a_.h >= 3),
+          defects_(sensor != nullptr && f_.defectCorrect && f_.defectCount != 0),
+          bands_(threads <= 1 ? 1 : std::min(kMaxBands, std::max(threads, std::min(4 * threads, a_.h / 64))))
     {
-        uint32_t first = 0, end = 0; // the band's rows
+        if (defects_) {
+            set_.emplace(f_.defects, std::min<uint32_t>(f_.defectCount, 1024));
+            defectRows_.emplace(*set_, a_);
+        }
+    }
+    uint32_t bands() const { return bands_; }
+    uint32_t first(uint32_t b) const { return static_cast<uint32_t>(uint64_t{a_.h} * b / bands_); }
+
+    // A thread's rings and scratch rows.
+    struct Thread {
         alignas(64) uint16_t row[kSensorSide], spare[kSensorSide];
         alignas(64) uint16_t ring[kRingRows * kSensorSide], greens[4 * kSensorSide];
         SensorJob ringJob{};
-        if (sensor != nullptr) {
-            ringJob = *sensor;
-            ringJob.ring = ring;
+        explicit Thread(const FirstPass &pass)
+        {
+            if (pass.sensor_ != nullptr) {
+                ringJob = *pass.sensor_;
+                ringJob.ring = ring;
+            }
         }
-        auto rowOf = [&](uint32_t y) {
-            return sensor != nullptr ? ring + size_t{y % kRingRows} * w : f.work + y * w;
-        };
-        auto greensOf = [&](uint32_t y) { return greens + size_t{y % 4} * w; };
-        auto sense = [&](uint32_t y) {
-            if (sensor != nullptr)
-                sensorRowKernel(ringJob, y);
-        };
-        // Row y balanced and split: both halves to the split mosaic, except
-        // with smoothing the green one, which the smoothing reads, to the
-        // ring. Rows beyond the band only to the ring.
-        auto prepare = [&](uint32_t y) {
-            const bool own = y >= first && y < end;
-            if (defects)
-                for (const uint32_t *e = defectRows->begin(y); e != defectRows->end(y); ++e)
-                    correctDefect(f, *set, *e, rowOf);
-            const size_t greenHalf = (y & 1) ? 0 : 1;
-            uint16_t *halves[2];
-            for (size_t h = 0; h < 2; ++h) {
-                if (smoothing && h == greenHalf)
-                    halves[h] = greensOf(y) + h * job.p.half;
-                else
-                    halves[h] = own ? job.splitMosaic + y * w + h * job.p.half : spare;
-            }
-            const uint16_t *from = rowOf(y);
-            vec::SplitBalance rule = splitBalance(f, y, kernel);
-            if (rule.columns == kUnbalanced) {
-                uint32_t rowBits;
-                balanceRowKernel(f, y, kernel == Kernel::Vector, from, row, nullptr, &rowBits);
-                from = row;
-                rule.columns = 0;
-            }
-            bits |= vec::balanceSplitAvx512(from, w, rule, halves[0], halves[1]);
-        };
-        auto finish = [&](uint32_t y) {
-            if (!smoothing)
-                return;
-            uint16_t *mosaic = job.splitMosaic + y * w;
-            if (y >= 1 && y + 1 < a.h) {
-                vec::smoothSplitAvx512(greensOf(y - 1), greensOf(y), greensOf(y + 1), mosaic, w, y & 1,
-                                       (y & 1) ? a.w - 2 : a.w - 3);
-            } else {
-                const size_t at = (y & 1) ? 0 : job.p.half;
-                std::memcpy(mosaic + at, greensOf(y) + at, ((y & 1) ? job.p.half : w / 2) * 2);
-            }
-        };
+    };
+
+    // Band b; returns the OR of its balanced values.
+    uint32_t run(uint32_t b, Thread &thread) const
+    {
+        const uint32_t first = this->first(b), end = this->first(b + 1);
+        uint32_t bits = 0;
+        if (first == end)
+            return bits;
+        // Rows prepareFirst .. prepareEnd - 1 are balanced, rows
+        // senseFirst .. senseEnd - 1 corrected; each row two rows ahead of
+        // its balance. A row is smoothed once the row below it is balanced.
+        const uint32_t prepareFirst = smoothing_ && first > 0 ? first - 1 : first;
+        const uint32_t prepareEnd = smoothing_ ? std::min(end + 1, a_.h) : end;
+        const uint32_t senseFirst = prepareFirst >= 2 ? prepareFirst - 2 : 0;
+        const uint32_t senseEnd = std::min(prepareEnd + 2, a_.h);
+        for (uint32_t y = senseFirst; y < std::min(prepareFirst + 2, senseEnd); ++y)
+            sense(y, thread);
+        for (uint32_t y = prepareFirst; y < prepareEnd; ++y) {
+            if (y + 2 < senseEnd)
+                sense(y + 2, thread);
+            bits |= prepare(y, y >= first && y < end, thread);
+            if (y > first && y - 1 < end)
+                smooth(y - 1, thread);
+        }
+        if (prepareEnd == end)
+            smooth(end - 1, thread);
+        return bits;
+    }
+
+private:
+    uint16_t *rowOf(uint32_t y, Thread &thread) const
+    {
+        return sensor_ != nullptr ? thread.ring + size_t{y % kRingRows} * w_ : f_.work + y * w_;
+    }
+    uint16_t *greensOf(uint32_t y, Thread &thread) const { return thread.greens + size_t{y % 4} * w_; }
+
+    void sense(uint32_t y, Thread &thread) const
+    {
+        if (sensor_ != nullptr)
+            sensorRow_(thread.ringJob, y);
+    }
+
+    // Row y balanced and split: both halves to the split mosaic, except
+    // with smoothing the green one, which the smoothing reads, to the ring.
+    // Rows beyond the band (not `own`) only to the ring.
+    uint32_t prepare(uint32_t y, bool own, Thread &thread) const
+    {
+        if (defects_)
+            for (const uint32_t *e = defectRows_->begin(y); e != defectRows_->end(y); ++e)
+                correctDefect(f_, *set_, *e, [&](uint32_t r) { return rowOf(r, thread); });
+        const size_t greenHalf = (y & 1) ? 0 : 1;
+        uint16_t *halves[2];
+        for (size_t h = 0; h < 2; ++h) {
+            if (smoothing_ && h == greenHalf)
+                halves[h] = greensOf(y, thread) + h * job_.p.half;
+            else
+                halves[h] = own ? job_.splitMosaic + y * w_ + h * job_.p.half : thread.spare;
+        }
+        const uint16_t *from = rowOf(y, thread);
+        vec::SplitBalance rule = splitBalance(f_, y, kernel_);
+        if (rule.columns == kUnbalanced) {
+            uint32_t rowBits;
+            balanceRow_(f_, y, kernel_ == Kernel::Vector, from, thread.row, nullptr, &rowBits);
+            from = thread.row;
+            rule.columns = 0;
+        }
+        return vec::balanceSplitAvx512(from, w_, rule, halves[0], halves[1]);
+    }
+
+    void smooth(uint32_t y, Thread &thread) const
+    {
+        if (!smoothing_)
+            return;
+        uint16_t *mosaic = job_.splitMosaic + y * w_;
+        if (y >= 1 && y + 1 < a_.h) {
+            vec::smoothSplitAvx512(greensOf(y - 1, thread), greensOf(y, thread), greensOf(y + 1, thread), mosaic, w_,
+                                   y & 1, (y & 1) ? a_.w - 2 : a_.w - 3);
+        } else {
+            const size_t at = (y & 1) ? 0 : job_.p.half;
+            std::memcpy(mosaic + at, greensOf(y, thread) + at, ((y & 1) ? job_.p.half : w_ / 2) * 2);
+        }
+    }
+
+    const ColourJob<1> &job_;
+    const Frame &f_;
+    const Area &a_;
+    const size_t w_;
+    const SensorJob *sensor_;
+    const Kernel kernel_;
+    const decltype(BalanceRow::pick()) balanceRow_;
+    const decltype(SensorRowFused::pick()) sensorRow_;
+    const bool smoothing_;
+    const bool defects_;
+    const uint32_t bands_;
+    std::optional<DefectSet> set_;
+    std::optional<DefectRows> defectRows_;
+};
+
+// The first pass alone. Returns whether every balanced value is below
+// 1024; when not, the split mosaic is of no use.
+bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
+{
+    const uint32_t threads = teamSize();
+    const FirstPass pass(job, sensor, threads);
+    uint32_t bits = 0;
+#pragma omp parallel num_threads(threads) reduction(| : bits)
+    {
+        FirstPass::Thread thread(pass);
 #pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(bands); ++b) {
-            first = static_cast<uint32_t>(uint64_t{a.h} * static_cast<uint32_t>(b) / bands);
-            end = static_cast<uint32_t>(uint64_t{a.h} * (static_cast<uint32_t>(b) + 1) / bands);
-            if (first == end)
-                continue;
-            // Rows prepareFirst .. prepareEnd - 1 are balanced, rows
-            // senseFirst .. senseEnd - 1 corrected; each row two rows ahead
-            // of its balance. A row is smoothed once the row below it is
-            // balanced.
-            const uint32_t prepareFirst = smoothing && first > 0 ? first - 1 : first;
-            const uint32_t prepareEnd = smoothing ? std::min(end + 1, a.h) : end;
-            const uint32_t senseFirst = prepareFirst >= 2 ? prepareFirst - 2 : 0;
-            const uint32_t senseEnd = std::min(prepareEnd + 2, a.h);
-            for (uint32_t y = senseFirst; y < std::min(prepareFirst + 2, senseEnd); ++y)
-                sense(y);
-            for (uint32_t y = prepareFirst; y < prepareEnd; ++y) {
-                if (y + 2 < senseEnd)
-                    sense(y + 2);
-                prepare(y);
-                if (y > first && y - 1 < end)
-                    finish(y - 1);
+        for (int b = 0; b < static_cast<int>(pass.bands()); ++b)
+            bits |= pass.run(static_cast<uint32_t>(b), thread);
+    }
+    return bits <= kMaxValue;
+}
+
+// Both passes of split rows to 8 bits in one parallel region: each window
+// band starts as soon as the first pass has finished the rows it reads
+// (its own and three beyond each end), so that no thread waits for the
+// whole first pass. Returns whether every balanced value is below 1024;
+// when not, neither the split mosaic nor the output is of use.
+bool splitRowsToBytes(const ColourJob<1> &job, const SensorJob *sensor, std::uint8_t *dest, uint32_t threads)
+{
+    const FirstPass first(job, sensor, threads);
+    const WindowPass windows(job, dest);
+    const uint32_t h = job.f->area.h;
+    std::atomic<bool> done[FirstPass::kMaxBands] = {};
+    uint32_t bits = 0;
+#pragma omp parallel num_threads(threads) reduction(| : bits)
+    {
+        {
+            FirstPass::Thread thread(first);
+#pragma omp for schedule(dynamic, 1) nowait
+            for (int b = 0; b < static_cast<int>(first.bands()); ++b) {
+                bits |= first.run(static_cast<uint32_t>(b), thread);
+                done[b].store(true, std::memory_order_release);
             }
-            if (prepareEnd == end)
-                finish(end - 1);
+        }
+        WindowPass::Thread thread(windows, threadNumber());
+#pragma omp for schedule(dynamic, 1)
+        for (int b = 0; b < static_cast<int>(windows.bands()); ++b) {
+            const uint32_t from = windows.first(static_cast<uint32_t>(b));
+            const uint32_t needFirst = from >= 3 ? from - 3 : 0;
+            const uint32_t needEnd = std::min(windows.end(static_cast<uint32_t>(b)) + 3, h);
+            // Every first-pass band is taken by now: those not done are
+            // being done.
+            for (uint32_t k = 0; k < first.bands(); ++k)
+                if (first.first(k) < needEnd && first.first(k + 1) > needFirst)
+                    while (!done[k].load(std::memory_order_acquire))
+                        __builtin_ia32_pause();
+            windows.run(static_cast<uint32_t>(b), thread);
         }
     }
     return bits <= kMaxValue;
@@ -1874,23 +1999,10 @@ ColourJob<1> planeJob(const Frame &f, const stage::ColourPlanes &planes)
     return job;
 }
 
-// Balance and smoothing of the corrected mosaic into the 8-bit colour
-// path's planes; with split rows and `withSensor`, the sensor and defect
-// corrections run in the same bands first.
-stage::ColourPlanes colourPlanes(const Frame &f, bool withSensor)
+// Balance and smoothing of the corrected mosaic in work into the 8-bit
+// colour path's planes, in natural rows.
+stage::ColourPlanes naturalPlanes(const Frame &f)
 {
-    if (splitRowsFor(f)) {
-        const SensorJob sensor = sensorJob(f);
-        const stage::ColourPlanes split{true, true};
-        if (correctBalanceAndSplit(planeJob(f, split), withSensor ? &sensor : nullptr))
-            return split;
-        // A balanced value reached 1024: natural rows, as below, from the
-        // corrected mosaic in work.
-        if (withSensor) {
-            sensorPass(f);
-            correctDefects(f);
-        }
-    }
     const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
     if (f.colourMode == 2)
         greenSmoothing(f, narrow);
@@ -1900,29 +2012,45 @@ stage::ColourPlanes colourPlanes(const Frame &f, bool withSensor)
 // Colour modes 1 and 2 from the raw frame. Only the 8-bit result wanted:
 // planes, interpolated and finished band by band; with split rows the
 // sensor corrections run in the same bands as the balance when nothing
-// runs between them over the whole frame. Else natural interleaved
+// runs between them over the whole frame, and the planes only in windows
+// where the buffer has room for one per thread. Else natural interleaved
 // triples, finished in place.
 ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
     if (!sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
-        const bool fused = splitRowsFor(f) && a.w % 4 == 0 && !f.columnCorrect;
+        auto *dest8 = static_cast<std::uint8_t *>(dest);
+        const bool split = splitRowsFor(f);
+        const bool fused = split && a.w % 4 == 0 && !f.columnCorrect;
         if (!fused) {
             sensorPass(f);
             correctDefects(f);
         }
-        const stage::ColourPlanes planes = colourPlanes(f, fused);
-        const ColourJob<1> job = planeJob(f, planes);
-        if (planes.split && interpolateInWindows(job, static_cast<std::uint8_t *>(dest)))
-            return ImageLayout::SplitMosaic;
-        interpolateAndFinish(job, static_cast<std::uint8_t *>(dest));
-        return planes.split ? ImageLayout::SplitPlanes : ImageLayout::Planes;
+        if (split) {
+            const ColourJob<1> job = planeJob(f, {true, true});
+            const SensorJob sensor = sensorJob(f);
+            const SensorJob *withSensor = fused ? &sensor : nullptr;
+            const uint32_t threads = teamSize();
+            if (WindowPass(job, dest8).fits(threads)) {
+                if (splitRowsToBytes(job, withSensor, dest8, threads))
+                    return ImageLayout::SplitMosaic;
+            } else if (correctBalanceAndSplit(job, withSensor)) {
+                interpolateAndFinish(job, dest8);
+                return ImageLayout::SplitPlanes;
+            }
+            // A balanced value reached 1024: natural rows, from the
+            // corrected mosaic in work.
+            if (fused) {
+                sensorPass(f);
+                correctDefects(f);
+            }
+        }
+        interpolateAndFinish(planeJob(f, naturalPlanes(f)), dest8);
+        return ImageLayout::Planes;
     }
     sensorPass(f);
     correctDefects(f);
-    const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
-    if (f.colourMode == 2)
-        greenSmoothing(f, narrow);
+    naturalPlanes(f); // the balanced mosaic in work, smoothed, for the triples
     const unsigned dm = f.demosaicMethod;
     const ColourJob<3> job{
         &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}, a.w}};
@@ -1989,7 +2117,9 @@ void defects(const Frame &f)
 
 ColourPlanes colourPlanes(const Frame &f)
 {
-    return image::colourPlanes(f, false);
+    if (splitRowsFor(f) && correctBalanceAndSplit(planeJob(f, {true, true}), nullptr))
+        return {true, true};
+    return naturalPlanes(f);
 }
 
 void colourFinish(const Frame &f, const ColourPlanes &planes, std::uint8_t *dest)

@@ -6,6 +6,9 @@
 #include "image/simd.h"
 
 #include <gtest/gtest.h>
+#ifdef _OPENMP
+#include <omp.h>
+#endif
 
 #include <algorithm>
 #include <iterator>
@@ -261,12 +264,9 @@ INSTANTIATE_TEST_SUITE_P(EveryLevel, PipelineMatchesReference, ::testing::Values
 // rule, no live cache), which the random settings above reach only now and
 // then: every area and content, with balance gains that keep the mosaic
 // below 1024 (16-bit lanes) and, now and then, gains that push it past.
-TEST_P(PipelineMatchesReference, EightBitColourOnEveryAreaAndContent)
+void eightBitColour(unsigned seed)
 {
-    const simd::Level level = simd::setActive(static_cast<simd::Level>(GetParam()));
-    if (static_cast<int>(level) != GetParam())
-        GTEST_SKIP() << "this processor does not run " << simd::name(static_cast<simd::Level>(GetParam()));
-    std::mt19937 rng(4321 + GetParam());
+    std::mt19937 rng(seed);
     const Content contents[] = {Content::Random, Content::Saturated, Content::Zero, Content::Checkerboard,
                                 Content::Smooth, Content::Grainy};
     int runs = 0;
@@ -281,9 +281,31 @@ TEST_P(PipelineMatchesReference, EightBitColourOnEveryAreaAndContent)
                 s.f.keepLiveCache = false;
                 s.f.colourMode = rng() % 4 == 0 ? 1 : 2;
                 compare(s, false, describe(s.f, false, content));
-                if (HasFatalFailure())
+                if (::testing::Test::HasFatalFailure())
                     return;
                 ++runs;
             }
     EXPECT_GT(runs, 100);
+}
+
+TEST_P(PipelineMatchesReference, EightBitColourOnEveryAreaAndContent)
+{
+    const simd::Level level = simd::setActive(static_cast<simd::Level>(GetParam()));
+    if (static_cast<int>(level) != GetParam())
+        GTEST_SKIP() << "this processor does not run " << simd::name(static_cast<simd::Level>(GetParam()));
+    eightBitColour(4321 + GetParam());
+}
+
+// The passes of a frame wait for the rows they read, whichever thread does
+// them: with more threads than cores, threads are held up mid-band.
+TEST(PipelineThreads, EightBitColourWithMoreThreadsThanCores)
+{
+#ifdef _OPENMP
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(6);
+    eightBitColour(99);
+    omp_set_num_threads(threads);
+#else
+    GTEST_SKIP() << "built without OpenMP";
+#endif
 }
