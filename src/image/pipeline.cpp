@@ -15,13 +15,18 @@
 //    rows, and with values below 1024 the passes compute in 16-bit lanes;
 //  - with AVX-512 VBMI the planes hold split rows (even columns, then odd
 //    ones): balance, smoothing and the interpolation passes then compute
-//    only the sites each one changes, whole registers at a time;
+//    only the sites each one changes, whole registers at a time; the
+//    sensor corrections through the smoothing run as one pass over bands
+//    of rows, and the interpolation and output in bands of 32 rows whose
+//    planes live only in a window of rows on their thread, the two in one
+//    parallel region;
 //  - the 1024-entry 8-bit look-up runs as in-register table look-ups where
 //    the processor has AVX-512 VBMI (see vector_rows.h), and as a shift when
 //    the table is straight (the identity table a camera opens with);
-//  - every per-row pass is an OpenMP loop with a static schedule, and the
-//    inner loops are written so that the compiler vectorises them for the
-//    instruction set picked at run time (see simd.h).
+//  - per-row passes are OpenMP loops (static schedules, dynamic ones where
+//    rows take unequal time), and the inner loops are written so that the
+//    compiler vectorises them for the instruction set picked at run time
+//    (see simd.h).
 #include "image/pipeline.h"
 
 #include "image/reference/stages.h"

@@ -1,6 +1,6 @@
 // The shipped pixel pipeline: the same results as the reference stages,
 // organised for speed (fused passes over row bands, vector kernels chosen
-// at run time, OpenMP with static schedules).
+// at run time, OpenMP).
 #pragma once
 
 #include "image/frame.h"
