@@ -42,6 +42,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <thread>
 
 namespace quorin::image {
 namespace {
@@ -1974,10 +1975,16 @@ bool splitRowsToBytes(const ColourJob<1> &job, const SensorJob *sensor, std::uin
             const uint32_t needEnd = std::min(windows.end(static_cast<uint32_t>(b)) + 3, h);
             // Every first-pass band is taken by now: those not done are
             // being done.
+            // (Spinning briefly, then yielding: the thread doing one may
+            // be waiting for a core.)
             for (uint32_t k = 0; k < first.bands(); ++k)
                 if (first.first(k) < needEnd && first.first(k + 1) > needFirst)
-                    while (!done[k].load(std::memory_order_acquire))
-                        __builtin_ia32_pause();
+                    for (uint32_t spins = 0; !done[k].load(std::memory_order_acquire); ++spins) {
+                        if (spins < 4096)
+                            __builtin_ia32_pause();
+                        else
+                            std::this_thread::yield();
+                    }
             windows.run(static_cast<uint32_t>(b), thread);
         }
     }

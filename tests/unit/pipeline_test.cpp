@@ -226,7 +226,8 @@ const Area kAreas[] = {
     {2, 2, 10, 10},       {33, 1, 0, 0},      {8, 9, 1016, 1015},
     {101, 37, 923, 7},    {68, 6, 100, 100},   // odd widths of split rows, the narrowest split rows
     {96, 11, 40, 1013},                        // split rows of an odd height with the vector kernels
-    {80, 65, 200, 300}};                       // a lone last row after whole bands of 32
+    {80, 65, 200, 300},                        // a lone last row after whole bands of 32
+    {72, 3, 8, 500},      {88, 2, 0, 0}};      // split rows two and three high
 
 } // namespace
 
@@ -297,13 +298,17 @@ TEST_P(PipelineMatchesReference, EightBitColourOnEveryAreaAndContent)
 }
 
 // The passes of a frame wait for the rows they read, whichever thread does
-// them: with more threads than cores, threads are held up mid-band.
+// them: with more threads than cores, threads are held up mid-band. With
+// sixteen, the planes are too many for windows and are kept whole.
 TEST(PipelineThreads, EightBitColourWithMoreThreadsThanCores)
 {
 #ifdef _OPENMP
     const int threads = omp_get_max_threads();
-    omp_set_num_threads(6);
-    eightBitColour(99);
+    for (const int team : {6, 16}) {
+        SCOPED_TRACE(team);
+        omp_set_num_threads(team);
+        eightBitColour(99 + static_cast<unsigned>(team));
+    }
     omp_set_num_threads(threads);
 #else
     GTEST_SKIP() << "built without OpenMP";
