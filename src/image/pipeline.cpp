@@ -1633,14 +1633,18 @@ public:
     static constexpr size_t kRows = kBand + 3;
 
     WindowPass(const ColourJob<1> &job, std::uint8_t *dest)
-        : job_(job), dest_(dest), a_(job.f->area), windowValues_(3 * kRows * a_.w), green_(greenKernel(job)),
+        : job_(job), dest_(dest), a_(job.f->area), windowValues_(windowValues(a_.w)), green_(greenKernel(job)),
           line_(lineKernel(job)), diagonal_(diagonalKernel(job))
     {
         bands_ = (a_.h + kBand - 1) / kBand;
         if (bands_ > 1 && a_.h - (bands_ - 1) * kBand == 1)
             --bands_;
     }
-    bool fits(uint32_t threads) const { return size_t{threads} * windowValues_ <= size_t{kSensorSide} * kSensorSide; }
+    // Whether the buffer holds a window for each of `threads` threads.
+    static bool fits(size_t w, uint32_t threads)
+    {
+        return size_t{threads} * windowValues(w) <= size_t{kSensorSide} * kSensorSide;
+    }
     uint32_t bands() const { return bands_; }
     uint32_t first(uint32_t b) const { return b * kBand; }
     uint32_t end(uint32_t b) const { return b + 1 == bands_ ? a_.h : (b + 1) * kBand; }
@@ -1678,6 +1682,8 @@ public:
     }
 
 private:
+    static size_t windowValues(size_t w) { return 3 * kRows * w; }
+
     ColourJob<1> window(size_t t) const
     {
         ColourJob<1> local = job_;
@@ -1698,10 +1704,10 @@ private:
 // not fit.
 bool interpolateInWindows(const ColourJob<1> &job, std::uint8_t *dest)
 {
-    const WindowPass pass(job, dest);
     const uint32_t threads = teamSize();
-    if (!pass.fits(threads))
+    if (!WindowPass::fits(job.f->area.w, threads))
         return false;
+    const WindowPass pass(job, dest);
 #pragma omp parallel num_threads(threads)
     {
         WindowPass::Thread thread(pass, threadNumber());
@@ -2043,7 +2049,7 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
             const SensorJob sensor = sensorJob(f);
             const SensorJob *withSensor = fused ? &sensor : nullptr;
             const uint32_t threads = teamSize();
-            if (WindowPass(job, dest8).fits(threads)) {
+            if (WindowPass::fits(a.w, threads)) {
                 if (splitRowsToBytes(job, withSensor, dest8, threads))
                     return ImageLayout::SplitMosaic;
             } else if (correctBalanceAndSplit(job, withSensor)) {
