@@ -2,6 +2,7 @@
 // yardstick: full 1024 x 1024 8-bit transfers of a K5C and a K5 with the
 // settings a camera has after open (and 1024 defect pixels), and each
 // stage alone, on 1 and 2 threads.
+#include "image/defects.h"
 #include "image/frame.h"
 #include "image/pipeline.h"
 #include "image/reference/stages.h"
@@ -99,6 +100,7 @@ struct Buffers {
                                gain = std::vector<std::uint16_t>(1 << 20, 996), lut = std::vector<std::uint16_t>(1024);
     std::vector<std::uint32_t> defects = std::vector<std::uint32_t>(1024);
     std::vector<std::uint8_t> dest = std::vector<std::uint8_t>(3 << 20);
+    std::vector<std::uint8_t> defectIndex = std::vector<std::uint8_t>(quorin::image::kDefectIndexBytes);
     quorin::image::Frame f{};
 
     explicit Buffers(bool colour)
@@ -128,6 +130,7 @@ struct Buffers {
         f.defectCorrect = true;
         f.defectCount = 1024;
         f.defects = defects.data();
+        f.defectIndex = quorin::image::defectIndexIn(defectIndex.data()); // as a device keeps it
         f.outputShift = 2;
         f.demosaicMethod = 1;
         f.colourMode = 2;

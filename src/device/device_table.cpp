@@ -1,6 +1,8 @@
 // The device table and the per-device buffers.
 #include "device/device_table.h"
 
+#include "image/defects.h"
+
 #include <cstring>
 
 namespace quorin {
@@ -64,6 +66,7 @@ bool allocateDeviceBuffers(std::uint32_t deviceNo)
     commitZeroed(b.gainTableA[deviceNo], kPlaneBytes);
     commitZeroed(b.gainTableB[deviceNo], kPlaneBytes);
     commitZeroed(b.outputCache[deviceNo], kOutputCacheBytes);
+    commitZeroed(b.defectIndex[deviceNo], image::kDefectIndexBytes);
     forEachLut(deviceNo, [](std::uint16_t *&table) {
         if (table == nullptr)
             table = static_cast<std::uint16_t *>(platform::heapAllocZeroed(g_state.libraryHeap, kLutBytes));
@@ -76,7 +79,7 @@ bool allocateDeviceBuffers(std::uint32_t deviceNo)
     }
     bool complete = b.rawFrameBuffer[deviceNo] && b.rgbImage[deviceNo] && b.previousFrame[deviceNo] &&
                     b.workImage[deviceNo] && b.darkFrame[deviceNo] && b.gainTableA[deviceNo] &&
-                    b.gainTableB[deviceNo] && b.outputCache[deviceNo];
+                    b.gainTableB[deviceNo] && b.outputCache[deviceNo] && b.defectIndex[deviceNo];
     forEachLut(deviceNo, [&](std::uint16_t *&table) { complete = complete && table != nullptr; });
     return complete;
 }
@@ -92,6 +95,7 @@ void releaseDeviceBuffers(std::uint32_t deviceNo)
     release(b.gainTableA[deviceNo], kPlaneBytes);
     release(b.gainTableB[deviceNo], kPlaneBytes);
     release(b.outputCache[deviceNo], kOutputCacheBytes);
+    release(b.defectIndex[deviceNo], image::kDefectIndexBytes);
     forEachLut(deviceNo, [](std::uint16_t *&table) {
         if (table != nullptr) {
             platform::heapFree(g_state.libraryHeap, table);

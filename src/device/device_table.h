@@ -158,13 +158,15 @@ struct DeviceBuffers {
     std::uint16_t *gainTableA[kMaxDevices];
     std::uint16_t *gainTableB[kMaxDevices];
     std::uint16_t *outputCache[kMaxDevices];
+    std::uint8_t *defectIndex[kMaxDevices]; // the pipeline's kept defect set
     // Look-up tables of 1024 entries: [row][channel R, G, B].
     std::uint16_t *baseLut[2][3][kMaxDevices];
     std::uint16_t *outputLut[2][3][kMaxDevices];
     std::uint16_t *freeLut[3][kMaxDevices];
 };
 
-// Sizes in bytes of the eight virtual-memory buffers, in release order.
+// Sizes in bytes of the virtual-memory buffers, in release order (the
+// defect index, last, has the pipeline's size for it).
 constexpr std::size_t kRawFrameBytes = 0x200000;
 constexpr std::size_t kRgbImageBytes = 0x600000;
 constexpr std::size_t kPlaneBytes = 0x200000; // previousFrame .. gainTableB

@@ -56,6 +56,8 @@ inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
 // planes the 8-bit path did not keep (splitPlanes() computes them).
 enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes, SplitMosaic };
 
+struct DefectIndex;
+
 struct Frame {
     Area area;
     bool memory; // a memory frame (row 1) rather than a live one (row 0)
@@ -79,6 +81,7 @@ struct Frame {
     bool defectCorrect;
     std::uint32_t defectCount;
     const std::uint32_t *defects;
+    DefectIndex *defectIndex; // the device's kept defect set, or none
     bool rawBayerOutput;
     std::uint32_t outputShift;
     std::uint32_t demosaicMethod;

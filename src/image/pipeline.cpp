@@ -3,8 +3,9 @@
 //  - unpacking (byte shuffles with AVX2, byte permutes with VBMI), dark
 //    subtraction, pixel gain and, for monochrome 8-bit output, the look-up
 //    run as one pass per row;
-//  - defect correction looks neighbours up in a hash set of the list and
-//    corrects the pixels in parallel (a corrected pixel never feeds another
+//  - defect correction looks neighbours up in a hash set of the list (kept
+//    by the device between frames, see defects.h) and corrects the pixels
+//    in parallel (a corrected pixel never feeds another
 //    one: listed neighbours are excluded, so the order of the list does not
 //    matter);
 //  - colour balance, the copy for green smoothing and the check that every
@@ -28,6 +29,8 @@
 //    compiler vectorises them for the instruction set picked at run time
 //    (see simd.h).
 #include "image/pipeline.h"
+
+#include "image/defects.h"
 
 #include "image/reference/stages.h"
 #include "image/simd.h"
@@ -340,54 +343,13 @@ void sensorPass(const Frame &f, const OutputTable *output = nullptr, std::uint8_
 
 // ---- Defects ----------------------------------------------------------------
 
-// The defect list as an open-addressing hash set, and its distinct entries
-// (a repeated entry would only redo its pixel with the same neighbours).
-class DefectSet {
-public:
-    DefectSet(const uint32_t *list, uint32_t count)
-    {
-        std::fill(slots_, slots_ + kSlots, kEmpty);
-        for (uint32_t k = 0; k < count; ++k) {
-            const uint32_t entry = list[k];
-            if (entry == kEmpty) {
-                if (!holdsEmptyValue_)
-                    distinct_[distinctCount_++] = entry;
-                holdsEmptyValue_ = true;
-                continue;
-            }
-            uint32_t s = slotOf(entry);
-            while (slots_[s] != kEmpty && slots_[s] != entry)
-                s = (s + 1) & (kSlots - 1);
-            if (slots_[s] == kEmpty) {
-                slots_[s] = entry;
-                distinct_[distinctCount_++] = entry;
-            }
-        }
-    }
-    bool holds(uint32_t entry) const
-    {
-        if (entry == kEmpty)
-            return holdsEmptyValue_;
-        for (uint32_t s = slotOf(entry);; s = (s + 1) & (kSlots - 1)) {
-            if (slots_[s] == entry)
-                return true;
-            if (slots_[s] == kEmpty)
-                return false;
-        }
-    }
-    const uint32_t *distinct() const { return distinct_; }
-    uint32_t distinctCount() const { return distinctCount_; }
-
-private:
-    static constexpr uint32_t kSlotBits = 11;
-    static constexpr uint32_t kSlots = 1u << kSlotBits; // two per entry: short probes
-    static constexpr uint32_t kEmpty = 0xFFFFFFFFu;
-    static uint32_t slotOf(uint32_t entry) { return (entry * 0x9E3779B1u) >> (32 - kSlotBits); }
-    uint32_t slots_[kSlots];
-    uint32_t distinct_[1024];
-    uint32_t distinctCount_ = 0;
-    bool holdsEmptyValue_ = false;
-};
+// The frame's defect set: the device's kept one, else one built in local.
+const DefectSet &defectSet(const Frame &f, std::optional<DefectSet> &local)
+{
+    if (f.defectIndex != nullptr)
+        return f.defectIndex->setOf(f.defects, f.defectCount);
+    return local.emplace(f.defects, std::min<uint32_t>(f.defectCount, 1024));
+}
 
 // Corrects one listed pixel: the mean of its neighbours in the area that
 // are not listed themselves (four for the monochrome model; for the colour
@@ -436,7 +398,8 @@ void correctDefects(const Frame &f, const OutputTable *output = nullptr, std::ui
 {
     if (!f.defectCorrect || f.defectCount == 0)
         return;
-    const DefectSet set(f.defects, std::min<uint32_t>(f.defectCount, 1024));
+    std::optional<DefectSet> local;
+    const DefectSet &set = defectSet(f, local);
     const int count = static_cast<int>(set.distinctCount());
     const uint32_t *entries = set.distinct();
 #pragma omp parallel for schedule(static) if (count >= 256)
@@ -447,35 +410,6 @@ void correctDefects(const Frame &f, const OutputTable *output = nullptr, std::ui
     }
 }
 
-// The distinct listed pixels of the area grouped by row, for passes that
-// correct the defects of a row as soon as the rows it reads are ready
-// (those two above and two below).
-class DefectRows {
-public:
-    DefectRows(const DefectSet &set, const Area &a)
-    {
-        const uint32_t rows = std::min<uint32_t>(a.h, kSensorSide);
-        std::fill(start_, start_ + rows + 2, 0);
-        auto rowOf = [&](uint32_t entry) {
-            const uint32_t x = (entry >> 16) - a.x0, y = (entry & 0xFFFF) - a.y0;
-            return x < a.w && y < rows ? y : UINT32_MAX;
-        };
-        for (uint32_t k = 0; k < set.distinctCount(); ++k)
-            if (const uint32_t y = rowOf(set.distinct()[k]); y != UINT32_MAX)
-                ++start_[y + 2];
-        for (uint32_t y = 0; y < rows; ++y)
-            start_[y + 2] += start_[y + 1];
-        for (uint32_t k = 0; k < set.distinctCount(); ++k)
-            if (const uint32_t y = rowOf(set.distinct()[k]); y != UINT32_MAX)
-                entries_[start_[y + 1]++] = set.distinct()[k];
-    }
-    const uint32_t *begin(uint32_t y) const { return entries_ + start_[y]; }
-    const uint32_t *end(uint32_t y) const { return entries_ + start_[y + 1]; }
-
-private:
-    uint32_t start_[kSensorSide + 2];
-    uint32_t entries_[1024];
-};
 
 // ---- Output helpers -------------------------------------------------------
 
@@ -1816,7 +1750,7 @@ public:
           bands_(threads <= 1 ? 1 : std::min(kMaxBands, std::max(threads, std::min(4 * threads, a_.h / 64))))
     {
         if (defects_) {
-            set_.emplace(f_.defects, std::min<uint32_t>(f_.defectCount, 1024));
+            set_ = &defectSet(f_, localSet_);
             defectRows_.emplace(*set_, a_);
         }
     }
@@ -1930,7 +1864,8 @@ private:
     const bool smoothing_;
     const bool defects_;
     const uint32_t bands_;
-    std::optional<DefectSet> set_;
+    std::optional<DefectSet> localSet_;
+    const DefectSet *set_ = nullptr;
     std::optional<DefectRows> defectRows_;
 };
 

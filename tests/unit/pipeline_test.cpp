@@ -1,6 +1,7 @@
 // The shipped pipeline against the reference stages: random and
 // adversarial frames, every setting that changes the path, every
 // instruction-set level this processor runs, bit for bit.
+#include "image/defects.h"
 #include "image/pipeline.h"
 #include "image/reference/stages.h"
 #include "image/simd.h"
@@ -166,7 +167,7 @@ void configure(Frame &f, std::mt19937 &rng, bool vectorAllowed)
 }
 
 // Runs both pipelines on copies and compares what the host would see.
-void compare(Scenario &s, bool sixteenBit, const std::string &label)
+void compare(Scenario &s, bool sixteenBit, const std::string &label, DefectIndex *const *index = nullptr)
 {
     Scenario copy;
     copy.raw = s.raw;
@@ -187,8 +188,14 @@ void compare(Scenario &s, bool sixteenBit, const std::string &label)
     std::vector<std::uint8_t> expected(bytes + 16, 0xA5), buffer(bytes + 16 + 128, 0xA5);
     reference::process(s.f, sixteenBit, expected.data());
     // Destinations on a 64-byte boundary (which take streaming stores) and
-    // off it, in turn.
+    // off it, in turn; and in turn the defect set kept between frames (as
+    // a device keeps it, here across every frame of the tests, so that it
+    // is built again for each new list) and one built for the frame.
     static unsigned turn = 0;
+    static std::vector<std::uint8_t> indexStorage(kDefectIndexBytes);
+    copy.f.defectIndex = index != nullptr           ? *index
+                         : turn / 2 % 2 == 0 ? defectIndexIn(indexStorage.data())
+                                             : nullptr;
     const std::size_t offset = (64 - reinterpret_cast<std::uintptr_t>(buffer.data()) % 64) % 64 + (turn++ % 2) * 8;
     process(copy.f, sixteenBit, buffer.data() + offset);
     const std::vector<std::uint8_t> actual(buffer.begin() + offset, buffer.begin() + offset + bytes + 16);
@@ -260,6 +267,48 @@ INSTANTIATE_TEST_SUITE_P(EveryLevel, PipelineMatchesReference, ::testing::Values
                          [](const ::testing::TestParamInfo<int> &info) {
                              return std::string(simd::name(static_cast<simd::Level>(info.param)));
                          });
+
+// A device keeps its defect set between frames: whatever changes in the
+// list (an entry, the count, the order back to a list it had before), the
+// next frame corrects the pixels of the list it has then.
+TEST(PipelineDefects, KeptSetFollowsTheList)
+{
+    std::mt19937 rng(77);
+    for (const bool colour : {false, true})
+        for (const bool sixteenBit : {false, true}) {
+            std::vector<std::uint8_t> storage(kDefectIndexBytes);
+            DefectIndex *const index = defectIndexIn(storage.data());
+            Scenario s;
+            const Area area{64, 48, 100, 200};
+            fill(s, rng, area, Content::Random, colour);
+            configure(s.f, rng, true);
+            s.f.defectCorrect = true;
+            s.f.rawBayerOutput = false;
+            s.f.mode71 = 0;
+            s.f.keepLiveCache = false;
+            s.f.colourMode = 2;
+            std::vector<std::uint32_t> list;
+            for (int k = 0; k < 40; ++k)
+                list.push_back((area.x0 + 2 + rng() % 60) << 16 | (area.y0 + 2 + rng() % 44));
+            auto run = [&](const std::vector<std::uint32_t> &entries, const char *step) {
+                std::copy(entries.begin(), entries.end(), s.defects.begin());
+                s.f.defectCount = static_cast<std::uint32_t>(entries.size());
+                compare(s, sixteenBit, std::string(step) + ": " + describe(s.f, sixteenBit, Content::Random), &index);
+            };
+            std::vector<std::uint32_t> changed = list;
+            changed.back() = (area.x0 + 30) << 16 | (area.y0 + 30);
+            std::vector<std::uint32_t> shorter(list.begin(), list.end() - 1);
+            std::vector<std::uint32_t> first = list;
+            first.front() = (area.x0 + 10) << 16 | (area.y0 + 11);
+            run(list, "first list");
+            run(changed, "last entry changed");
+            run(shorter, "one entry fewer");
+            run(first, "first entry changed");
+            run(list, "first list again");
+            if (HasFatalFailure())
+                return;
+        }
+}
 
 // The colour path a camera takes by default (8-bit output, planes, no edge
 // rule, no live cache), which the random settings above reach only now and
