@@ -5,9 +5,8 @@
 //    run as one pass per row;
 //  - defect correction looks neighbours up in a hash set of the list (kept
 //    by the device between frames, see defects.h) and corrects the pixels
-//    in parallel (a corrected pixel never feeds another
-//    one: listed neighbours are excluded, so the order of the list does not
-//    matter);
+//    in parallel (a corrected pixel never feeds another one: listed
+//    neighbours are excluded, so the order of the list does not matter);
 //  - colour balance, the copy for green smoothing and the check that every
 //    value is below 1024 are one pass;
 //  - when only the 8-bit result is wanted, the colours are planes: the
