@@ -67,6 +67,8 @@ bool allocateDeviceBuffers(std::uint32_t deviceNo)
     commitZeroed(b.gainTableB[deviceNo], kPlaneBytes);
     commitZeroed(b.outputCache[deviceNo], kOutputCacheBytes);
     commitZeroed(b.defectIndex[deviceNo], image::kDefectIndexBytes);
+    if (b.defectIndex[deviceNo] != nullptr)
+        new (b.defectIndex[deviceNo]) image::DefectIndex{}; // nothing built yet
     forEachLut(deviceNo, [](std::uint16_t *&table) {
         if (table == nullptr)
             table = static_cast<std::uint16_t *>(platform::heapAllocZeroed(g_state.libraryHeap, kLutBytes));

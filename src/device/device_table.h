@@ -147,7 +147,7 @@ struct DeviceRecord {
 };
 
 // Per-device buffers, each an array of 64 pointers indexed by device number.
-// The eight large ones are committed virtual memory, the fifteen look-up
+// The nine large ones are committed virtual memory, the fifteen look-up
 // tables come from the library heap.
 struct DeviceBuffers {
     std::uint8_t *rawFrameBuffer[kMaxDevices];
@@ -212,7 +212,7 @@ inline const InterfaceTable &deviceInterface(std::uint32_t deviceNo)
 bool deviceUsable(std::uint32_t deviceNo);
 
 // Allocates the buffers of a slot whose pointers are still null, zeroes the
-// five that are cleared at every open and sets the free tables to identity.
+// six that are cleared at every open and sets the free tables to identity.
 // Returns false when memory ran out (the buffers obtained stay allocated).
 bool allocateDeviceBuffers(std::uint32_t deviceNo);
 // Releases every buffer of a slot and nulls its pointers.

@@ -126,7 +126,7 @@ struct DefectIndex {
 constexpr std::size_t kDefectIndexBytes = 0x5000;
 static_assert(sizeof(DefectIndex) <= kDefectIndexBytes);
 
-// The index in a device's zero-filled storage (or none without storage).
+// The index in a device's storage, where one was made (or none without).
 inline DefectIndex *defectIndexIn(void *storage)
 {
     return storage == nullptr ? nullptr : std::launder(static_cast<DefectIndex *>(storage));

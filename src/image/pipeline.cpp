@@ -1741,6 +1741,7 @@ class FirstPass {
 public:
     static constexpr uint32_t kMaxBands = 64;
 
+    FirstPass(const FirstPass &) = delete; // set_ may point into the pass
     FirstPass(const ColourJob<1> &job, const SensorJob *sensor, uint32_t threads)
         : job_(job), f_(*job.f), a_(f_.area), w_(a_.w), sensor_(sensor), kernel_(kernelFor(f_.kernelVariant)),
           balanceRow_(BalanceRow::pick()), sensorRow_(SensorRowFused::pick()),
