@@ -13,6 +13,7 @@
 #include <omp.h>
 
 #include <cstring>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -100,7 +101,7 @@ struct Buffers {
                                gain = std::vector<std::uint16_t>(1 << 20, 996), lut = std::vector<std::uint16_t>(1024);
     std::vector<std::uint32_t> defects = std::vector<std::uint32_t>(1024);
     std::vector<std::uint8_t> dest = std::vector<std::uint8_t>(3 << 20);
-    std::vector<std::uint8_t> defectIndex = std::vector<std::uint8_t>(quorin::image::kDefectIndexBytes);
+    std::unique_ptr<quorin::image::DefectIndex> defectIndex = std::make_unique<quorin::image::DefectIndex>();
     quorin::image::Frame f{};
 
     explicit Buffers(bool colour)
@@ -130,7 +131,7 @@ struct Buffers {
         f.defectCorrect = true;
         f.defectCount = 1024;
         f.defects = defects.data();
-        f.defectIndex = quorin::image::defectIndexIn(defectIndex.data()); // as a device keeps it
+        f.defectIndex = defectIndex.get(); // as a device keeps it
         f.outputShift = 2;
         f.demosaicMethod = 1;
         f.colourMode = 2;

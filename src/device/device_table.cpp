@@ -4,6 +4,7 @@
 #include "image/defects.h"
 
 #include <cstring>
+#include <new>
 
 namespace quorin {
 
@@ -68,7 +69,7 @@ bool allocateDeviceBuffers(std::uint32_t deviceNo)
     commitZeroed(b.outputCache[deviceNo], kOutputCacheBytes);
     commitZeroed(b.defectIndex[deviceNo], image::kDefectIndexBytes);
     if (b.defectIndex[deviceNo] != nullptr)
-        new (b.defectIndex[deviceNo]) image::DefectIndex{}; // nothing built yet
+        b.defectIndex[deviceNo] = new (b.defectIndex[deviceNo]) image::DefectIndex{}; // nothing built yet
     forEachLut(deviceNo, [](std::uint16_t *&table) {
         if (table == nullptr)
             table = static_cast<std::uint16_t *>(platform::heapAllocZeroed(g_state.libraryHeap, kLutBytes));

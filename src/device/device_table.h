@@ -158,7 +158,7 @@ struct DeviceBuffers {
     std::uint16_t *gainTableA[kMaxDevices];
     std::uint16_t *gainTableB[kMaxDevices];
     std::uint16_t *outputCache[kMaxDevices];
-    std::uint8_t *defectIndex[kMaxDevices]; // the pipeline's kept defect set
+    image::DefectIndex *defectIndex[kMaxDevices]; // the pipeline's kept defect set
     // Look-up tables of 1024 entries: [row][channel R, G, B].
     std::uint16_t *baseLut[2][3][kMaxDevices];
     std::uint16_t *outputLut[2][3][kMaxDevices];

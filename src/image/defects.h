@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 namespace quorin::image {
 
@@ -101,8 +100,8 @@ private:
 // the device owns, and built again only when the list differs from the one
 // it was built from: comparing 4 KiB costs far less than building the set
 // (about 2.5 us for 1024 entries, on one thread before the others can start),
-// and a set that stays put stays in every core's cache. Zero-filled storage
-// holds an index with nothing built.
+// and a set that stays put stays in every core's cache. A value-initialised
+// index has nothing built.
 struct DefectIndex {
     uint32_t built; // 0 until the first build
     uint32_t count;
@@ -122,14 +121,8 @@ struct DefectIndex {
     }
 };
 
-// Bytes of storage a device keeps for its index.
+// Bytes a device commits for its index.
 constexpr std::size_t kDefectIndexBytes = 0x5000;
 static_assert(sizeof(DefectIndex) <= kDefectIndexBytes);
-
-// The index in a device's storage, where one was made (or none without).
-inline DefectIndex *defectIndexIn(void *storage)
-{
-    return storage == nullptr ? nullptr : std::launder(static_cast<DefectIndex *>(storage));
-}
 
 } // namespace quorin::image

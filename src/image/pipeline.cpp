@@ -30,7 +30,6 @@
 #include "image/pipeline.h"
 
 #include "image/defects.h"
-
 #include "image/reference/stages.h"
 #include "image/simd.h"
 #include "image/vector_rows.h"
@@ -408,7 +407,6 @@ void correctDefects(const Frame &f, const OutputTable *output = nullptr, std::ui
             dest8[i] = output->bytes[lutIndex(f.work[i])];
     }
 }
-
 
 // ---- Output helpers -------------------------------------------------------
 
@@ -1915,9 +1913,8 @@ bool splitRowsToBytes(const ColourJob<1> &job, const SensorJob *sensor, std::uin
             const uint32_t needFirst = from >= 3 ? from - 3 : 0;
             const uint32_t needEnd = std::min(windows.end(static_cast<uint32_t>(b)) + 3, h);
             // Every first-pass band is taken by now: those not done are
-            // being done.
-            // (Spinning briefly, then yielding: the thread doing one may
-            // be waiting for a core.)
+            // being done. Spin briefly, then yield: the thread doing one may
+            // be waiting for a core.
             for (uint32_t k = 0; k < first.bands(); ++k)
                 if (first.first(k) < needEnd && first.first(k + 1) > needFirst)
                     for (uint32_t spins = 0; !done[k].load(std::memory_order_acquire); ++spins) {

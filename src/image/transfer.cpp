@@ -1,7 +1,6 @@
 // The five transfer exports: guards, the frame request and read per link
 // type, the recorded-frame numbering, and the hand-over to the pipeline.
 #include "device/export_guard.h"
-#include "image/defects.h"
 #include "image/frame.h"
 #include "image/pipeline.h"
 #include "link/block_transfer.h"
@@ -82,7 +81,7 @@ Frame frameFor(std::uint32_t deviceNo, bool memory)
     f.defectCorrect = rec.defectCorrect != 0;
     f.defectCount = rec.defectCount < kMaxDefects ? rec.defectCount : kMaxDefects;
     f.defects = rec.defectList;
-    f.defectIndex = defectIndexIn(b.defectIndex[deviceNo]);
+    f.defectIndex = b.defectIndex[deviceNo];
     f.rawBayerOutput = rec.rawBayerOutput != 0;
     f.outputShift = rec.outputShift;
     f.demosaicMethod = rec.demosaicMethod;

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -192,10 +193,8 @@ void compare(Scenario &s, bool sixteenBit, const std::string &label, DefectIndex
     // a device keeps it, here across every frame of the tests, so that it
     // is built again for each new list) and one built for the frame.
     static unsigned turn = 0;
-    static std::vector<std::uint8_t> indexStorage(kDefectIndexBytes);
-    copy.f.defectIndex = index != nullptr           ? *index
-                         : turn / 2 % 2 == 0 ? defectIndexIn(indexStorage.data())
-                                             : nullptr;
+    static const auto kept = std::make_unique<DefectIndex>();
+    copy.f.defectIndex = index != nullptr ? *index : turn / 2 % 2 == 0 ? kept.get() : nullptr;
     const std::size_t offset = (64 - reinterpret_cast<std::uintptr_t>(buffer.data()) % 64) % 64 + (turn++ % 2) * 8;
     process(copy.f, sixteenBit, buffer.data() + offset);
     const std::vector<std::uint8_t> actual(buffer.begin() + offset, buffer.begin() + offset + bytes + 16);
@@ -277,8 +276,8 @@ TEST(PipelineDefects, KeptSetFollowsTheList)
     std::mt19937 rng(77);
     for (const bool colour : {false, true})
         for (const bool sixteenBit : {false, true}) {
-            std::vector<std::uint8_t> storage(kDefectIndexBytes);
-            DefectIndex *const index = defectIndexIn(storage.data());
+            const auto kept = std::make_unique<DefectIndex>();
+            DefectIndex *const index = kept.get();
             Scenario s;
             const Area area{72, 48, 100, 200};
             fill(s, rng, area, Content::Random, colour);
