@@ -1,7 +1,7 @@
 // The device table and the per-device buffers.
 #include "device/device_table.h"
 
-#include "image/defects.h"
+#include "image/stages/defect_sets.h"
 
 #include <cstring>
 #include <new>

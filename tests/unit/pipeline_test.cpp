@@ -1,10 +1,10 @@
 // The shipped pipeline against the reference stages: random and
 // adversarial frames, every setting that changes the path, every
 // instruction-set level this processor runs, bit for bit.
-#include "image/defects.h"
+#include "image/stages/defect_sets.h"
 #include "image/pipeline.h"
 #include "image/reference/stages.h"
-#include "image/simd.h"
+#include "image/kernels/simd.h"
 
 #include <gtest/gtest.h>
 #ifdef _OPENMP

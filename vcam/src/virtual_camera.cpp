@@ -378,7 +378,10 @@ std::int32_t linkTransact(std::uint32_t handle, const std::uint8_t *frame, std::
         vcam::writeFrame(4, {a.universalReply ? std::uint16_t(177) : replyCode(cam, f.code), a.value1, a.value2},
                          reply);
         cam.outgoing.clear();
-        if (a.bulk && !a.imageData) { // frame headers and the like follow by Receive
+        // Data asked for without a data phase (frame headers, or an image
+        // requested by a plain transaction, as a split memory transfer
+        // does) follows by Receive.
+        if (a.bulk) {
             VcamCamera::Chunk c{};
             c.bulk = a.bulk;
             c.length = a.bulk->size();

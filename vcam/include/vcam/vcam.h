@@ -19,7 +19,8 @@
  * it in every later call. The camera decodes each frame as its link type
  * frames it (12-byte frames on type 2, 10-byte frames otherwise), answers
  * with the reply code a camera gives (command + 48 below 112, command + 16
- * from 112 on), and delivers bulk data through TransactData on type 4;
+ * from 112 on), and delivers bulk data through TransactData on type 4
+ * (data asked for by a plain Transact follows by Receive);
  * on type 3 image data goes into the buffer armed with armTransfer once
  * command 188 has announced it (and is lost otherwise), while calibration
  * images come by Receive; every other type delivers all bulk data by the

@@ -1,4 +1,8 @@
-#include "image/simd.h"
+// The one dispatch point of the pixel kernels: the processor's features
+// are read here once, QUORIN_SIMD may lower the level, and every kernel
+// choice (QUORIN_KERNEL's pick(), avx2Active() and its kind) follows the
+// level set here.
+#include "image/kernels/simd.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -6,6 +10,12 @@
 
 namespace quorin::image::simd {
 namespace {
+
+bool processorHasVbmi()
+{
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512vbmi");
+}
 
 Level detect()
 {
@@ -69,3 +79,23 @@ Level setActive(Level level)
 }
 
 } // namespace quorin::image::simd
+
+namespace quorin::image::vec {
+
+bool avx2Active()
+{
+    return simd::active() >= simd::Level::Avx2;
+}
+
+bool avx512Active()
+{
+    return simd::active() == simd::Level::Avx512;
+}
+
+bool vbmiActive()
+{
+    static const bool vbmi = simd::processorHasVbmi();
+    return vbmi && simd::active() == simd::Level::Avx512;
+}
+
+} // namespace quorin::image::vec

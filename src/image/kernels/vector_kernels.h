@@ -1,13 +1,18 @@
-// Row kernels written with x86 intrinsics for the steps the compiler cannot
-// vectorise well by itself: unpacking the 10-bit groups (byte shuffles,
-// with the dark frame and the pixel gain in the same registers on VBMI),
-// the 8-bit output through a 1024-entry table (in-register table look-ups
-// with AVX-512 VBMI, gathers with AVX2, a shift for straight tables) with
-// the colour matrix and the interleaving of the triples, green smoothing
-// (a reciprocal multiplication instead of a division), and the passes over
-// split rows (see below). Each kernel exists only for the levels named in
-// it; the callers keep a plain loop for the other levels.
+// The kernels written with x86 intrinsics, for the steps the compiler
+// cannot vectorise well by itself, one file per family and level:
+// unpacking the 10-bit groups with byte shuffles (unpack_avx2.cpp), with
+// the dark frame and the pixel gain in the same registers on VBMI
+// (sensor_vbmi.cpp); the 8-bit output through a 1024-entry table, by
+// in-register table look-ups with AVX-512 VBMI, gathers with AVX2 or a
+// shift for straight tables (lookup_*.cpp), with the colour matrix and the
+// interleaving of the triples (matrix_*.cpp); green smoothing by a
+// reciprocal multiplication instead of a division (smoothing_*.cpp); and
+// the passes over split rows (split_rows_avx512.cpp, see below). Each
+// kernel exists only for the level named in it; the callers keep a plain
+// loop for the other levels.
 #pragma once
+
+#include "image/kernels/output_table.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,25 +20,6 @@
 namespace quorin::image::vec {
 
 constexpr std::size_t kBlock = 64;
-
-// The 8-bit output of a 1024-entry look-up table with its reduction shift
-// folded in: bytes[i] for each index, the same widened to 32-bit entries
-// for the AVX2 gathers, and `shift` when every entry is min(i >> shift,
-// 255) (a straight table, the usual case), else -1. With a shift the
-// kernels compute the output instead of looking it up.
-struct OutputTable {
-    std::uint8_t bytes[1024];
-    std::uint32_t wide[1024];
-    int shift = -1;
-    OutputTable(const std::uint16_t *table, std::uint32_t outputShift);
-};
-
-// The active level runs the AVX2 kernels.
-bool avx2Active();
-// The active level is AVX-512 and the processor has VBMI.
-bool vbmiActive();
-// The active level is AVX-512.
-bool avx512Active();
 
 // Unpacks whole blocks of four groups (20 bytes, 16 values) from in to out
 // while every byte read lies among the first `readable` bytes of in (AVX2).

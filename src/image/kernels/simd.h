@@ -1,10 +1,14 @@
-// Run-time choice of the instruction set for the pixel kernels.
+// Run-time choice of the instruction set for the pixel kernels: the one
+// place that reads the processor's features (dispatch.cpp).
 //
-// A kernel is written once and compiled four times: without vectorisation
-// (scalar), for the x86-64 baseline (SSE2), for AVX2 and for AVX-512; the
-// level is chosen once from the processor's features. The environment
-// variable QUORIN_SIMD (scalar, sse2, avx2, avx512) can lower it, and tests
-// set it directly to compare every level with the reference stages.
+// A portable kernel is written once and compiled four times: without
+// vectorisation (scalar), for the x86-64 baseline (SSE2), for AVX2 and for
+// AVX-512 (QUORIN_KERNEL below); the kernels written with intrinsics exist
+// for one level each (vector_kernels.h) and run where avx2Active() and its
+// kind say so. The level is chosen once from the processor's features.
+// The environment variable QUORIN_SIMD (scalar, sse2, avx2, avx512) can
+// lower it, and tests set it directly to compare every level with the
+// reference stages.
 #pragma once
 
 namespace quorin::image::simd {
@@ -20,6 +24,17 @@ Level setActive(Level level);
 const char *name(Level level);
 
 } // namespace quorin::image::simd
+
+namespace quorin::image::vec {
+
+// The active level runs the AVX2 kernels.
+bool avx2Active();
+// The active level is AVX-512.
+bool avx512Active();
+// The active level is AVX-512 and the processor has VBMI.
+bool vbmiActive();
+
+} // namespace quorin::image::vec
 
 #define QUORIN_ALWAYS_INLINE __attribute__((always_inline))
 

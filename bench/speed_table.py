@@ -1,0 +1,90 @@
+#!/usr/bin/env python3
+"""Runs the transfer benchmark several times and prints the README's speed
+table: per configuration the median time on 1 and 2 threads, the 2-thread
+time against memcpy of 6 MiB measured in the same run, against the default
+transfer of the same model and depth, and the gain from the second thread.
+
+    bench/speed_table.py build-bench/bin/quorin_bench [--runs 5] [--filter REGEX] [--env QUORIN_SIMD=avx2]
+
+Each run is one process; within it every benchmark reports the median of
+its repetitions, and the table takes the median over the runs of the
+ratios (times vary by a fifth between runs on a shared machine, ratios to
+the memcpy of the same run much less).
+"""
+import argparse
+import json
+import os
+import statistics
+import subprocess
+import sys
+
+
+def run_once(binary, pattern, repetitions, env):
+    out = subprocess.run(
+        [binary, f"--benchmark_filter={pattern}", f"--benchmark_repetitions={repetitions}",
+         "--benchmark_report_aggregates_only=true", "--benchmark_format=json", "--benchmark_min_time=0.05"],
+        check=True, capture_output=True, text=True, env=env).stdout
+    times = {}
+    for b in json.loads(out)["benchmarks"]:
+        if b.get("aggregate_name") != "median":
+            continue
+        name = b["run_name"]
+        scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0}[b["time_unit"]]
+        times[name] = (b["real_time"] if "real_time" in b else b["cpu_time"]) * scale
+    return times
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("binary")
+    ap.add_argument("--runs", type=int, default=5)
+    ap.add_argument("--repetitions", type=int, default=9)
+    ap.add_argument("--filter", default="")
+    ap.add_argument("--env", action="append", default=[])
+    a = ap.parse_args()
+    env = dict(os.environ)
+    for kv in a.env:
+        k, v = kv.split("=", 1)
+        env[k] = v
+    pattern = "BM_Memcpy6MiB|BM_Transfer/" + (f".*({a.filter})" if a.filter else "")
+    runs = []
+    for i in range(a.runs):
+        runs.append(run_once(a.binary, pattern, a.repetitions, env))
+        print(f"run {i + 1} of {a.runs} done", file=sys.stderr)
+
+    configs = []
+    for name in runs[0]:
+        if name.startswith("BM_Transfer/"):
+            c = name.split("/")[1]
+            if c not in configs:
+                configs.append(c)
+
+    def median_of(f):
+        vals = [v for v in (f(r) for r in runs) if v is not None]
+        return statistics.median(vals) if vals else None
+
+    def t(r, c, th):
+        return r.get(f"BM_Transfer/{c}/{th}/real_time")
+
+    def default_of(c):
+        model, bits = c.split("_")[:2]
+        return f"{model}_{bits}"
+
+    memcpy = median_of(lambda r: r.get("BM_Memcpy6MiB"))
+    print(f"memcpy 6 MiB: {memcpy:.3f} ms (median of {a.runs} runs)\n")
+    print("| configuration | 1 thread | 2 threads | ÷ memcpy | ÷ default | 1 → 2 threads |")
+    print("|---|---|---|---|---|---|")
+    for c in configs:
+        one = median_of(lambda r: t(r, c, 1))
+        two = median_of(lambda r: t(r, c, 2))
+        ratio = median_of(lambda r: t(r, c, 2) / r["BM_Memcpy6MiB"] if t(r, c, 2) else None)
+        d = default_of(c)
+        rel = median_of(lambda r: t(r, c, 2) / t(r, d, 2) if t(r, c, 2) and t(r, d, 2) else None)
+        gain = median_of(lambda r: t(r, c, 1) / t(r, c, 2) if t(r, c, 1) and t(r, c, 2) else None)
+        fmt = lambda v, s="{:.3f} ms": s.format(v) if v is not None else "–"
+        print(f"| {c} | {fmt(one)} | {fmt(two)} | {fmt(ratio, '{:.2f}×')} | "
+              f"{fmt(rel, '{:.2f}×') if c != d else ''} | {fmt(gain, '{:.2f}×')} |")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,58 @@
+// Green smoothing of natural rows with AVX2.
+#include "image/kernels/avx2_common.h"
+
+namespace quorin::image::vec {
+
+QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row,
+                                               std::size_t w, std::uint32_t odd, std::uint32_t last)
+{
+    constexpr std::uint32_t kLanes = 16;
+    const auto end = static_cast<std::uint32_t>(w) - 1;
+    if (w < 2 + kLanes)
+        return 1;
+    // The reciprocal of a weight (below 16) by two byte look-ups.
+    std::uint8_t lowBytes[16], highBytes[16];
+    for (int k = 0; k < 16; ++k) {
+        lowBytes[k] = static_cast<std::uint8_t>(kReciprocal[k]);
+        highBytes[k] = static_cast<std::uint8_t>(kReciprocal[k] >> 8);
+    }
+    const __m256i reciprocalLow = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(lowBytes)));
+    const __m256i reciprocalHigh =
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(highBytes)));
+    const __m256i lowByte = _mm256_set1_epi16(0xFF);
+    const __m256i fifty = _mm256_set1_epi16(50), twentyFive = _mm256_set1_epi16(25);
+    const __m256i four = _mm256_set1_epi16(4);
+    const __m256i alternate = _mm256_set1_epi32(0x0000FFFF); // lanes 0, 2, 4, ...
+    const __m256i column = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    for (std::uint32_t x = 1;; x += kLanes) {
+        x = std::min(x, end - kLanes);
+        const std::uint16_t *p = copy + row + x;
+        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+        __m256i sum = _mm256_slli_epi16(c, 2), weight = four;
+        for (const std::uint16_t *n : {p - w - 1, p - w + 1, p + w - 1, p + w + 1}) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(n));
+            const __m256i d = _mm256_abs_epi16(_mm256_sub_epi16(c, v));
+            // All ones (-1) where within 50 and where within 25.
+            const __m256i within50 = _mm256_cmpgt_epi16(fifty, d), within25 = _mm256_cmpgt_epi16(twentyFive, d);
+            sum = _mm256_add_epi16(sum, _mm256_and_si256(v, within50));
+            sum = _mm256_add_epi16(sum, _mm256_and_si256(v, within25));
+            weight = _mm256_sub_epi16(_mm256_sub_epi16(weight, within50), within25);
+        }
+        const __m256i reciprocal =
+            _mm256_or_si256(_mm256_and_si256(_mm256_shuffle_epi8(reciprocalLow, weight), lowByte),
+                            _mm256_slli_epi16(_mm256_shuffle_epi8(reciprocalHigh, weight), 8));
+        __m256i mean = _mm256_srli_epi16(_mm256_mulhi_epu16(sum, reciprocal), 2);
+        mean = _mm256_blendv_epi8(mean, c, _mm256_cmpeq_epi16(weight, four));
+        // Green lanes up to the last column keep the mean, the others their value.
+        __m256i green = ((x ^ odd) & 1u) != 0 ? alternate : _mm256_slli_epi32(alternate, 16);
+        const auto reach = static_cast<std::int16_t>(std::min<std::uint32_t>(last - std::min(last, x) + 1, 16) - 1);
+        green = _mm256_andnot_si256(_mm256_cmpgt_epi16(column, _mm256_set1_epi16(last < x ? -1 : reach)), green);
+        std::uint16_t *out = work + row + x;
+        const __m256i old = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(out));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm256_blendv_epi8(old, mean, green));
+        if (x + kLanes == end)
+            return end;
+    }
+}
+
+} // namespace quorin::image::vec

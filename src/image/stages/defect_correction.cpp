@@ -1,0 +1,33 @@
+#include "image/stages/defect_correction.h"
+
+namespace quorin::image {
+
+using std::int32_t;
+using std::size_t;
+using std::uint16_t;
+using std::uint32_t;
+
+const DefectSet &defectSet(const Frame &f, std::optional<DefectSet> &local)
+{
+    if (f.defectIndex != nullptr)
+        return f.defectIndex->setOf(f.defects, f.defectCount);
+    return local.emplace(f.defects, std::min<uint32_t>(f.defectCount, 1024));
+}
+
+void correctDefects(const Frame &f, const vec::OutputTable *output, std::uint8_t *dest8)
+{
+    if (!f.defectCorrect || f.defectCount == 0)
+        return;
+    std::optional<DefectSet> local;
+    const DefectSet &set = defectSet(f, local);
+    const int count = static_cast<int>(set.distinctCount());
+    const uint32_t *entries = set.distinct();
+#pragma omp parallel for schedule(static) if (count >= 256)
+    for (int k = 0; k < count; ++k) {
+        const size_t i = correctDefect(f, set, entries[k], [&f](uint32_t y) { return f.work + size_t{y} * f.area.w; });
+        if (i != SIZE_MAX && dest8 != nullptr)
+            dest8[i] = output->bytes[lutIndex(f.work[i])];
+    }
+}
+
+} // namespace quorin::image

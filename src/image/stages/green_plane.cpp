@@ -1,0 +1,176 @@
+// Pass 2, the green plane: at green sites the green is copied; at red and
+// blue sites it is guided by the gradients of the row and the column.
+#include "image/kernels/portable.h"
+#include "image/kernels/vector_kernels.h"
+#include "image/stages/interpolation.h"
+
+namespace quorin::image {
+namespace {
+
+template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
+{
+    const Frame &f = *job.f;
+    const Area &a = f.area;
+    const int32_t c = job.mosaic(x, y);
+    // The values the mosaic holds: split rows keep them there only.
+    const bool copy = job.splitMosaic == nullptr;
+    if (((x ^ y) & 1) != 0) {
+        if (copy)
+            job.p.at(kGreen, x, y) = static_cast<uint16_t>(c);
+        return;
+    }
+    if (copy)
+        job.p.at((y & 1) ? kBlue : kRed, x, y) = static_cast<uint16_t>(c);
+    int32_t sum = 0;
+    int n = 0;
+    if (x > 0) {
+        sum += job.mosaic(x - 1, y);
+        ++n;
+    }
+    if (x + 1 < a.w) {
+        sum += job.mosaic(x + 1, y);
+        ++n;
+    }
+    if (y > 0) {
+        sum += job.mosaic(x, y - 1);
+        ++n;
+    }
+    if (y + 1 < a.h) {
+        sum += job.mosaic(x, y + 1);
+        ++n;
+    }
+    job.p.at(kGreen, x, y) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
+}
+
+// The gradient-guided green of a red or blue site, written without
+// branches so that whole rows vectorise.
+QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *__restrict m, size_t i, size_t w)
+{
+    const int32_t c = m[i];
+    const int32_t gl = m[i - 1], gr = m[i + 1], gu = m[i - w], gd = m[i + w];
+    const int32_t lh = 2 * c - m[i - 2] - m[i + 2];
+    const int32_t lv = 2 * c - m[i - 2 * w] - m[i + 2 * w];
+    const int32_t dh = magnitude(gl - gr) + magnitude(lh);
+    const int32_t dv = magnitude(gu - gd) + magnitude(lv);
+    const int32_t horizontal = ((gl + gr) >> 1) + (lh >> 2);
+    const int32_t vertical = ((gu + gd) >> 1) + (lv >> 2);
+    const int32_t both = ((gl + gr + gu + gd) >> 2) + ((lv + lh) >> 3);
+    const int32_t strong = maskOf(dh >= 80) | maskOf(dv >= 80);
+    const int32_t g = choose(strong & maskOf(dh < dv), horizontal, choose(strong & maskOf(dh > dv), vertical, both));
+    return clampValue(g);
+}
+
+// Pass 2 over the inner columns of an inner row. Pointers do not overlap;
+// stride S between a pixel's values.
+template <size_t S>
+QUORIN_ALWAYS_INLINE inline void greenInnerLoop(const uint16_t *__restrict m, uint16_t *__restrict green,
+                                                uint16_t *__restrict own, size_t row, size_t w, uint32_t odd,
+                                                uint32_t from = 2)
+{
+    const uint32_t end = static_cast<uint32_t>(w) - 2;
+    for (uint32_t x = from; x < end; ++x) {
+        const size_t i = row + x;
+        const bool isGreen = ((x ^ odd) & 1u) != 0;
+        const int32_t g = innerGreen(m, i, w);
+        green[i * S] = static_cast<uint16_t>(choose(maskOf(isGreen), m[i], g));
+        if constexpr (S == 1)
+            own[i] = m[i]; // green sites get theirs in pass 3
+        else if (!isGreen)
+            own[i * S] = m[i];
+    }
+}
+
+template <size_t S> QUORIN_ALWAYS_INLINE inline void greenInnerRow(const ColourJob<S> &job, uint32_t y)
+{
+    const Frame &f = *job.f;
+    greenInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], size_t{y} * f.area.w, f.area.w,
+                      y & 1);
+}
+
+QUORIN_KERNEL(GreenInnerPlanar, (const ColourJob<1> &job, uint32_t y), greenInnerRow<1>(job, y););
+
+// Pass 2 over an inner row in 16-bit lanes, the last columns one by one.
+QUORIN_LANES_KERNEL(GreenInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+    constexpr uint32_t kLanes = sizeof(V) / 2;
+    const Frame &f = *job.f;
+    const size_t w = f.area.w, row = size_t{y} * w;
+    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 2;
+    const uint16_t *__restrict m = f.work;
+    uint16_t *__restrict green = job.p.c[kGreen];
+    uint16_t *__restrict own = job.p.c[odd ? kBlue : kRed];
+    uint32_t x = 2;
+    for (; end >= 2 + kLanes; x += kLanes) {
+        x = std::min(x, end - kLanes); // the last block again over done columns
+        const uint16_t *p = m + row + x;
+        const V isGreen = QUORIN_LANES_ODD(x, odd);
+        const V c = QUORIN_LANES_LOAD(p), gl = QUORIN_LANES_LOAD(p - 1), gr = QUORIN_LANES_LOAD(p + 1);
+        const V gu = QUORIN_LANES_LOAD(p - w), gd = QUORIN_LANES_LOAD(p + w);
+        const V lh = c + c - QUORIN_LANES_LOAD(p - 2) - QUORIN_LANES_LOAD(p + 2);
+        const V lv = c + c - QUORIN_LANES_LOAD(p - 2 * w) - QUORIN_LANES_LOAD(p + 2 * w);
+        const V dh = QUORIN_LANES_MAGNITUDE(gl - gr) + QUORIN_LANES_MAGNITUDE(lh);
+        const V dv = QUORIN_LANES_MAGNITUDE(gu - gd) + QUORIN_LANES_MAGNITUDE(lv);
+        const V horizontal = ((gl + gr) >> 1) + (lh >> 2);
+        const V vertical = ((gu + gd) >> 1) + (lv >> 2);
+        const V both = ((gl + gr + gu + gd) >> 2) + ((lv + lh) >> 3);
+        const V strong = (dh >= 80) | (dv >= 80);
+        const V g = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK(strong & (dh < dv), horizontal,
+                                                         QUORIN_LANES_PICK(strong & (dh > dv), vertical, both)));
+        QUORIN_LANES_STORE(green + row + x, QUORIN_LANES_PICK(isGreen, c, g));
+        QUORIN_LANES_STORE(own + row + x, c);
+        if (x + kLanes == end) {
+            x = end;
+            break;
+        }
+    }
+    greenInnerLoop<1>(m, green, own, row, w, odd, x); // rows too short for a block
+});
+
+// Pass 2 over an inner row of split rows (see kernels/vector_kernels.h).
+void greenInnerSplit(const ColourJob<1> &job, uint32_t y)
+{
+    const size_t w = job.p.w;
+    vec::greenSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), w, y & 1);
+}
+
+} // namespace
+
+template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
+{
+    const Area &a = job.f->area;
+    {
+        if (innerRow(y, a) && a.w >= 5) {
+            for (uint32_t x : {0u, 1u, a.w - 2, a.w - 1})
+                greenBorderPixel(job, x, y);
+            if constexpr (S == 1)
+                planar(job, y);
+            else
+                greenInnerRow<S>(job, y);
+        } else {
+            for (uint32_t x = 0; x < a.w; ++x)
+                greenBorderPixel(job, x, y);
+        }
+    }
+}
+
+template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
+{
+    return rowKernel<GreenInnerNarrow, GreenInnerPlanar>(job, greenInnerSplit);
+}
+
+template <size_t S> void greenPlane(const ColourJob<S> &job)
+{
+    const int h = static_cast<int>(job.f->area.h);
+    const PlanarRowKernel planar = greenKernel(job);
+#pragma omp parallel for schedule(static)
+    for (int yi = 0; yi < h; ++yi)
+        greenPlaneRow(job, static_cast<uint32_t>(yi), planar);
+}
+
+template PlanarRowKernel greenKernel(const ColourJob<1> &job);
+template void greenPlaneRow(const ColourJob<1> &job, uint32_t y, PlanarRowKernel planar);
+template void greenPlane(const ColourJob<1> &job);
+template PlanarRowKernel greenKernel(const ColourJob<3> &job);
+template void greenPlaneRow(const ColourJob<3> &job, uint32_t y, PlanarRowKernel planar);
+template void greenPlane(const ColourJob<3> &job);
+
+} // namespace quorin::image

@@ -1,0 +1,86 @@
+#include "image/stages/output.h"
+
+#include "image/kernels/output_table.h"
+#include "image/kernels/simd.h"
+#include "image/reference/stages.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quorin::image {
+
+using std::int32_t;
+using std::size_t;
+using std::uint16_t;
+using std::uint32_t;
+
+namespace {
+
+QUORIN_KERNEL(ReduceRange, (const uint16_t *in, size_t begin, size_t end, std::uint8_t *out, uint32_t shift),
+              for (size_t i = begin; i < end; ++i) {
+                  const uint32_t o = in[i] >> shift;
+                  out[i] = static_cast<std::uint8_t>(o > 255 ? 255 : o);
+              });
+
+} // namespace
+
+void reduceValues(const uint16_t *in, size_t count, std::uint8_t *out, uint32_t shift)
+{
+    constexpr size_t kChunk = 16384;
+    const auto kernel = ReduceRange::pick();
+    const long chunks = static_cast<long>((count + kChunk - 1) / kChunk);
+#pragma omp parallel for schedule(static)
+    for (long c = 0; c < chunks; ++c)
+        kernel(in, size_t(c) * kChunk, std::min(count, size_t(c + 1) * kChunk), out, shift);
+}
+
+void lookUpMono(const Frame &f, bool sixteenBit, void *dest)
+{
+    const Area &a = f.area;
+    const long n = static_cast<long>(a.pixels());
+    const uint16_t *table = f.lut[0];
+    if (f.mode71 != 0) {
+        uint16_t *target = sixteenBit ? static_cast<uint16_t *>(dest) : f.cache;
+        reference::edgeMono(f.work, target, table, a, edgeShift(f.mode71));
+        if (!sixteenBit)
+            reduceValues(f.cache, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
+        return;
+    }
+    if (sixteenBit || f.keepLiveCache) {
+        uint16_t *target = sixteenBit ? static_cast<uint16_t *>(dest) : f.cache;
+#pragma omp parallel for schedule(static)
+        for (long i = 0; i < n; ++i)
+            target[i] = table[lutIndex(f.work[i])];
+        if (!sixteenBit)
+            reduceValues(f.cache, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
+        return;
+    }
+    const vec::OutputTable reduced(table, f.outputShift);
+    auto *d = static_cast<std::uint8_t *>(dest);
+#pragma omp parallel for schedule(static)
+    for (long i = 0; i < n; ++i)
+        d[i] = reduced.bytes[lutIndex(f.work[i])];
+}
+
+void outputColour(const Frame &f, bool sixteenBit, void *dest)
+{
+    const Area &a = f.area;
+    const size_t values = a.pixels() * 3;
+    if (sixteenBit) {
+        if (f.mode71 != 0)
+            reference::edgeColour(f.rgb, static_cast<uint16_t *>(dest), f.previous, a, edgeShift(f.mode71));
+        else
+            std::memcpy(dest, f.rgb, values * 2);
+        return;
+    }
+    const uint16_t *source = f.rgb;
+    if (f.mode71 != 0) {
+        reference::edgeColour(f.rgb, f.cache, f.previous, a, edgeShift(f.mode71));
+        source = f.cache;
+    } else if (f.keepLiveCache) {
+        std::memcpy(f.cache, f.rgb, values * 2);
+    }
+    reduceValues(source, values, static_cast<std::uint8_t *>(dest), f.outputShift);
+}
+
+} // namespace quorin::image
