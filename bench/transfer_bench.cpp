@@ -261,10 +261,6 @@ template <void (*Stage)(Buffers &), bool Colour> void runStage(benchmark::State 
 
 namespace stage = quorin::image::stage;
 
-void sensorStage(Buffers &b)
-{
-    stage::sensor(b.f);
-}
 void sensorToBytesStage(Buffers &b)
 {
     stage::sensorToBytes(b.f, b.dest.data());
@@ -273,23 +269,20 @@ void defectsStage(Buffers &b)
 {
     stage::defects(b.f);
 }
-void colourPlanesStage(Buffers &b)
+void colourFirstPassStage(Buffers &b)
 {
-    benchmark::DoNotOptimize(stage::colourPlanes(b.f));
+    stage::colourFirstPass(b.f);
 }
-void colourFinishStage(Buffers &b)
+void colourWindowPassStage(Buffers &b)
 {
-    static const stage::ColourPlanes planes = stage::colourPlanes(b.f);
-    stage::colourFinish(b.f, planes, b.dest.data());
+    stage::colourWindowPass(b.f, false, b.dest.data());
 }
 
 #define QUORIN_STAGE(name, fn, colour)                                                                                \
     BENCHMARK_TEMPLATE2(runStage, fn, colour)->Name(name)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime()
 
-QUORIN_STAGE("BM_StageK5C_Sensor", sensorStage, true);
-QUORIN_STAGE("BM_StageK5C_Defects", defectsStage, true);
-QUORIN_STAGE("BM_StageK5C_BalanceSmoothing", colourPlanesStage, true);
-QUORIN_STAGE("BM_StageK5C_InterpolationOutput", colourFinishStage, true);
+QUORIN_STAGE("BM_StageK5C_FirstPass", colourFirstPassStage, true);
+QUORIN_STAGE("BM_StageK5C_WindowPass", colourWindowPassStage, true);
 QUORIN_STAGE("BM_StageK5_SensorLookUp", sensorToBytesStage, false);
 QUORIN_STAGE("BM_StageK5_Defects", defectsStage, false);
 

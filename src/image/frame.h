@@ -46,15 +46,16 @@ inline unsigned channelSlot(std::uint32_t demosaicMethod, unsigned colour)
 
 // What a processed frame leaves in the device's buffers. Monochrome frames
 // (and the colour model's raw mosaic) leave their corrected values in
-// workImage; colour frames leave finished triples in rgbImage, except the
-// 8-bit path, which keeps its colours as three planes before the colour
+// workImage (Grey); the bilinear colour modes finished triples in rgbImage
+// (Triples). Colour modes 1 and 2 leave their prepared mosaic (balanced and
+// smoothed) in the last third of rgbImage, in natural rows (Mosaic) or
+// split rows (SplitMosaic: each row's even columns, then its odd ones);
+// planesFromMosaic() then interpolates the three planes before the colour
 // matrix and look-up: red at rgbImage, green at previousFrame, blue at
-// rgbImage + w * h; with SplitPlanes each row of a plane holds its even
-// columns, then its odd ones, and the values the mosaic holds (green at
-// green sites, red and blue at their own sites) stay in the split mosaic
-// at rgbImage + 2 w h instead. SplitMosaic: the split mosaic only, whose
-// planes the 8-bit path did not keep (splitPlanes() computes them).
-enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes, SplitMosaic };
+// rgbImage + w * h (Planes, SplitPlanes). With split rows the values the
+// mosaic holds (green at green sites, red and blue at their own sites)
+// stay in the mosaic instead.
+enum class ImageLayout : std::uint32_t { None, Grey, Triples, Planes, SplitPlanes, Mosaic, SplitMosaic };
 
 struct DefectIndex;
 

@@ -42,17 +42,14 @@
 #include "image/kernels/simd.h"
 #include "image/kernels/vector_kernels.h"
 #include "image/reference/stages.h"
-#include "image/schedule/first_pass.h"
+#include "image/schedule/colour_frame.h"
 #include "image/schedule/team.h"
-#include "image/schedule/whole_frame.h"
 #include "image/schedule/window_pass.h"
-#include "image/stages/balance.h"
-#include "image/stages/colour_finish.h"
+#include "image/stages/colour_output.h"
 #include "image/stages/defect_correction.h"
 #include "image/stages/interpolation.h"
 #include "image/stages/output.h"
 #include "image/stages/sensor.h"
-#include "image/stages/smoothing.h"
 
 #include <cstring>
 
@@ -65,79 +62,47 @@ bool splitRowsFor(const Frame &f)
     return vec::vbmiActive() && f.area.w >= vec::kSplitMinWidth;
 }
 
-// The planes of the 8-bit colour path: red at the RGB image, green in the
-// smoothing copy's buffer (free again), blue at the RGB image's second
-// part; with split rows the split mosaic in its third part.
-ColourJob<1> planeJob(const Frame &f, const stage::ColourPlanes &planes)
+// A colour job over the frame: the prepared mosaic at the RGB image's last
+// third; the whole planes (which only planesFromMosaic() fills) red at the
+// RGB image, green in the smoothing copy's buffer, blue at the RGB image's
+// second third.
+ColourJob colourJob(const Frame &f, bool split, bool narrow)
 {
     const size_t n = f.area.pixels();
-    ColourJob<1> job{&f, {{f.rgb, f.previous, f.rgb + n}, f.area.w}, planes.narrow};
-    if (planes.split) {
+    ColourJob job{&f, {{f.rgb, f.previous, f.rgb + n}, f.area.w}, narrow, f.rgb + 2 * n};
+    if (split)
         job.p.half = (f.area.w + 1) / 2;
-        job.splitMosaic = f.rgb + 2 * n;
-    }
     return job;
 }
 
-// Balance and smoothing of the corrected mosaic in work into the 8-bit
-// colour path's planes, in natural rows.
-stage::ColourPlanes naturalPlanes(const Frame &f)
+// The sensor stage fuses with the first pass unless rows hold parts of
+// groups or the crosstalk correction must see the whole frame.
+bool fusedSensor(const Frame &f)
 {
-    const bool narrow = balance(f, f.colourMode == 2) && simd::active() != simd::Level::Scalar;
-    if (f.colourMode == 2)
-        greenSmoothing(f, narrow);
-    return {false, narrow};
+    return f.area.w % 4 == 0 && !f.columnCorrect;
 }
 
-// Colour modes 1 and 2 from the raw frame. Only the 8-bit result wanted:
-// planes, interpolated and finished band by band; with split rows the
-// sensor corrections run in the same bands as the balance when nothing
-// runs between them over the whole frame, and the planes only in windows
-// where the buffer has room for one per thread. Else natural interleaved
-// triples, finished in place.
+// Colour modes 1 and 2: both passes in one region; with values below 1024
+// (every frame but adversarial ones) in 16-bit lanes, in split rows where
+// the machine runs them, else again in natural rows and 32-bit values.
 ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 {
-    const Area &a = f.area;
-    if (!sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
-        auto *dest8 = static_cast<std::uint8_t *>(dest);
-        const bool split = splitRowsFor(f);
-        const bool fused = split && a.w % 4 == 0 && !f.columnCorrect;
-        if (!fused) {
-            sensorPass(f);
-            correctDefects(f);
-        }
-        if (split) {
-            const ColourJob<1> job = planeJob(f, {true, true});
-            const SensorJob sensor = sensorJob(f);
-            const SensorJob *withSensor = fused ? &sensor : nullptr;
-            const uint32_t threads = teamSize();
-            if (WindowPass::fits(a.w, threads)) {
-                if (splitRowsToBytes(job, withSensor, dest8, threads))
-                    return ImageLayout::SplitMosaic;
-            } else if (correctBalanceAndSplit(job, withSensor)) {
-                interpolateAndFinish(job, dest8);
-                return ImageLayout::SplitPlanes;
-            }
-            // A balanced value reached 1024: natural rows, from the
-            // corrected mosaic in work.
-            if (fused) {
-                sensorPass(f);
-                correctDefects(f);
-            }
-        }
-        interpolateAndFinish(planeJob(f, naturalPlanes(f)), dest8);
-        return ImageLayout::Planes;
+    const bool fused = fusedSensor(f);
+    if (!fused) {
+        sensorPass(f);
+        correctDefects(f);
     }
-    sensorPass(f);
-    correctDefects(f);
-    naturalPlanes(f); // the balanced mosaic in work, smoothed, for the triples
-    const unsigned dm = f.demosaicMethod;
-    const ColourJob<3> job{
-        &f, {{f.rgb + channelSlot(dm, kRed), f.rgb + channelSlot(dm, kGreen), f.rgb + channelSlot(dm, kBlue)}, a.w}};
-    interpolate(job);
-    finishInterleaved(job);
-    outputColour(f, sixteenBit, dest);
-    return ImageLayout::Triples;
+    const SensorJob sensor = sensorJob(f);
+    for (const bool narrow : {simd::active() != simd::Level::Scalar, false}) {
+        const bool split = narrow && splitRowsFor(f);
+        const ColourJob job = colourJob(f, split, narrow);
+        const ColourOutput output(job, sixteenBit, dest);
+        const uint32_t threads = WindowPass::threadsFor(job, output, teamSize());
+        const uint32_t bits = colourFrame(job, fused ? &sensor : nullptr, output, threads);
+        if (bits <= kMaxValue || !narrow)
+            return split ? ImageLayout::SplitMosaic : ImageLayout::Mosaic;
+    }
+    return ImageLayout::Mosaic; // not reached: the second round is never narrow
 }
 
 } // namespace
@@ -169,12 +134,25 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
             reduceValues(f.work, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
         return ImageLayout::Grey;
     }
-    // The bilinear colour modes are rare: the reference stages serve them.
+    // The bilinear colour modes, which no host can select (the colour mode
+    // has no setter): the reference stages serve them.
     reference::bilinear(f.work, f.rgb, a, f.demosaicMethod, f.bilinearLut);
     if (f.matrixOn)
         reference::colourMatrix(f.rgb, f.matrix, a, f.demosaicMethod);
     outputColour(f, sixteenBit, dest);
     return ImageLayout::Triples;
+}
+
+ImageLayout planesFromMosaic(ImageLayout layout, const Area &area, std::uint16_t *rgb, std::uint16_t *previous)
+{
+    Frame f{};
+    f.area = area;
+    f.rgb = rgb;
+    f.previous = previous;
+    const bool split = layout == ImageLayout::SplitMosaic;
+    // Split rows hold values below 1024; natural ones may not.
+    interpolate(colourJob(f, split, split));
+    return split ? ImageLayout::SplitPlanes : ImageLayout::Planes;
 }
 
 namespace stage {
@@ -195,29 +173,20 @@ void defects(const Frame &f)
     correctDefects(f);
 }
 
-ColourPlanes colourPlanes(const Frame &f)
+void colourFirstPass(const Frame &f)
 {
-    if (splitRowsFor(f) && correctBalanceAndSplit(planeJob(f, {true, true}), nullptr))
-        return {true, true};
-    return naturalPlanes(f);
+    const SensorJob sensor = sensorJob(f);
+    const ColourJob job = colourJob(f, splitRowsFor(f), true);
+    image::colourFirstPass(job, fusedSensor(f) ? &sensor : nullptr, teamSize());
 }
 
-void colourFinish(const Frame &f, const ColourPlanes &planes, std::uint8_t *dest)
+void colourWindowPass(const Frame &f, bool sixteenBit, void *dest)
 {
-    const ColourJob<1> job = planeJob(f, planes);
-    if (!planes.split || !interpolateInWindows(job, dest))
-        interpolateAndFinish(job, dest);
+    const ColourJob job = colourJob(f, splitRowsFor(f), true);
+    const ColourOutput output(job, sixteenBit, dest);
+    image::colourWindowPass(job, output, WindowPass::threadsFor(job, output, teamSize()));
 }
 
 } // namespace stage
-
-void splitPlanes(const Area &area, std::uint16_t *rgb, std::uint16_t *previous)
-{
-    Frame f{};
-    f.area = area;
-    f.rgb = rgb;
-    f.previous = previous;
-    interpolate(planeJob(f, {true, true}));
-}
 
 } // namespace quorin::image

@@ -1,6 +1,6 @@
 // The shipped pixel pipeline: the same results as the reference stages,
-// organised for speed (fused passes over row bands, vector kernels chosen
-// at run time, OpenMP).
+// organised for speed (fused passes over bands of rows, vector kernels
+// chosen at run time, OpenMP).
 #pragma once
 
 #include "image/frame.h"
@@ -12,17 +12,18 @@ namespace quorin::image {
 // frame left in the device's buffers.
 ImageLayout process(const Frame &f, bool sixteenBit, void *dest);
 
-// The planes of a frame that process() left as ImageLayout::SplitMosaic
-// (area, and the device's RGB image and smoothing copy): afterwards the
-// buffers hold ImageLayout::SplitPlanes.
-void splitPlanes(const Area &area, std::uint16_t *rgb, std::uint16_t *previous);
+// The planes of a colour frame that process() left as ImageLayout::Mosaic
+// or ImageLayout::SplitMosaic (area, and the device's RGB image and
+// smoothing copy): afterwards the buffers hold ImageLayout::Planes or
+// ImageLayout::SplitPlanes. Returns that layout.
+ImageLayout planesFromMosaic(ImageLayout layout, const Area &area, std::uint16_t *rgb, std::uint16_t *previous);
 
 // The stages of process() one at a time, so that each can be measured
 // alone. Each runs over the whole area, on every thread, as process()
 // runs it, and expects the frame's buffers as the stages before it leave
 // them. (process() fuses some of them: the monochrome look-up into the
-// sensor pass, and with split rows the sensor and defect corrections into
-// the colour balance.)
+// sensor pass, and in colour the sensor and defect corrections into the
+// first pass, which runs beside the window pass.)
 namespace stage {
 
 // Unpacking and the sensor corrections into f.work.
@@ -31,16 +32,11 @@ void sensor(const Frame &f);
 void sensorToBytes(const Frame &f, std::uint8_t *dest);
 // Defect correction in f.work.
 void defects(const Frame &f);
-
-// Colour modes 1 and 2, 8-bit result: the balance and smoothing of the
-// corrected mosaic into planes (split rows where the machine runs them),
-// then the interpolation, colour matrix, look-up and output.
-struct ColourPlanes {
-    bool split;  // split rows
-    bool narrow; // every balanced value below 1024
-};
-ColourPlanes colourPlanes(const Frame &f);
-void colourFinish(const Frame &f, const ColourPlanes &planes, std::uint8_t *dest);
+// Colour modes 1 and 2: the first pass (sensor corrections and defects
+// from the raw frame, balance and smoothing into the prepared mosaic),
+// then the window pass over that mosaic (interpolation and output).
+void colourFirstPass(const Frame &f);
+void colourWindowPass(const Frame &f, bool sixteenBit, void *dest);
 
 } // namespace stage
 

@@ -1,7 +1,9 @@
 // The one-pixel probe. Triples are read as the transfer left them; the
-// planes of the 8-bit colour path are finished for the one pixel with the
-// same colour matrix and look-up stages a 16-bit transfer runs, so that
-// the probe answers alike whichever depth the host asked for.
+// planes of colour modes 1 and 2 (interpolated from the mosaic the
+// transfer left, the first time a frame is probed) are finished for the
+// one pixel with the same colour matrix and look-up stages a transfer
+// runs, so that the probe answers alike whichever depth the host asked
+// for.
 #include "image/probe.h"
 
 #include "device/device_table.h"
@@ -16,10 +18,10 @@ bool lastImagePixel(std::uint32_t deviceNo, std::uint32_t index, std::uint32_t r
     const DeviceBuffers &b = g_state.buffers;
     if (last.layout == ImageLayout::None)
         return false;
-    if (last.layout == ImageLayout::SplitMosaic) {
+    if (last.layout == ImageLayout::Mosaic || last.layout == ImageLayout::SplitMosaic) {
         // The planes once, for this and every later probe of the frame.
-        splitPlanes({last.width, last.pixels / last.width, 0, 0}, b.rgbImage[deviceNo], b.previousFrame[deviceNo]);
-        last.layout = ImageLayout::SplitPlanes;
+        last.layout = planesFromMosaic(last.layout, {last.width, last.pixels / last.width, 0, 0}, b.rgbImage[deviceNo],
+                                       b.previousFrame[deviceNo]);
     }
     if (last.layout == ImageLayout::Grey) {
         rgb[0] = rgb[1] = rgb[2] = b.workImage[deviceNo][index];

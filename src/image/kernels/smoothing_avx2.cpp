@@ -3,8 +3,9 @@
 
 namespace quorin::image::vec {
 
-QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row,
-                                               std::size_t w, std::uint32_t odd, std::uint32_t last)
+QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *above, const std::uint16_t *here,
+                                               const std::uint16_t *below, std::uint16_t *out, std::size_t w,
+                                               std::uint32_t odd, std::uint32_t last)
 {
     constexpr std::uint32_t kLanes = 16;
     const auto end = static_cast<std::uint32_t>(w) - 1;
@@ -26,10 +27,9 @@ QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::u
     const __m256i column = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     for (std::uint32_t x = 1;; x += kLanes) {
         x = std::min(x, end - kLanes);
-        const std::uint16_t *p = copy + row + x;
-        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(here + x));
         __m256i sum = _mm256_slli_epi16(c, 2), weight = four;
-        for (const std::uint16_t *n : {p - w - 1, p - w + 1, p + w - 1, p + w + 1}) {
+        for (const std::uint16_t *n : {above + x - 1, above + x + 1, below + x - 1, below + x + 1}) {
             const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(n));
             const __m256i d = _mm256_abs_epi16(_mm256_sub_epi16(c, v));
             // All ones (-1) where within 50 and where within 25.
@@ -47,9 +47,9 @@ QUORIN_TARGET_AVX2 std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::u
         __m256i green = ((x ^ odd) & 1u) != 0 ? alternate : _mm256_slli_epi32(alternate, 16);
         const auto reach = static_cast<std::int16_t>(std::min<std::uint32_t>(last - std::min(last, x) + 1, 16) - 1);
         green = _mm256_andnot_si256(_mm256_cmpgt_epi16(column, _mm256_set1_epi16(last < x ? -1 : reach)), green);
-        std::uint16_t *out = work + row + x;
-        const __m256i old = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(out));
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm256_blendv_epi8(old, mean, green));
+        std::uint16_t *to = out + x;
+        const __m256i old = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(to));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(to), _mm256_blendv_epi8(old, mean, green));
         if (x + kLanes == end)
             return end;
     }

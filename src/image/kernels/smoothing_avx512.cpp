@@ -4,8 +4,9 @@
 
 namespace quorin::image::vec {
 
-QUORIN_TARGET_AVX512 std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, std::size_t row,
-                                                   std::size_t w, std::uint32_t odd, std::uint32_t last)
+QUORIN_TARGET_AVX512 std::size_t smoothGreenAvx512(const std::uint16_t *above, const std::uint16_t *here,
+                                                   const std::uint16_t *below, std::uint16_t *out, std::size_t w,
+                                                   std::uint32_t odd, std::uint32_t last)
 {
     constexpr std::uint32_t kLanes = 32;
     const auto end = static_cast<std::uint32_t>(w) - 1;
@@ -15,14 +16,13 @@ QUORIN_TARGET_AVX512 std::size_t smoothGreenAvx512(const std::uint16_t *copy, st
         // The last block ends at the last column, over columns done
         // already: it writes the same values again.
         x = std::min(x, end - kLanes);
-        const std::uint16_t *p = copy + row + x;
-        const __m512i neighbours[4] = {_mm512_loadu_si512(p - w - 1), _mm512_loadu_si512(p - w + 1),
-                                       _mm512_loadu_si512(p + w - 1), _mm512_loadu_si512(p + w + 1)};
-        const __m512i mean = smoothedMean(_mm512_loadu_si512(p), neighbours);
+        const __m512i neighbours[4] = {_mm512_loadu_si512(above + x - 1), _mm512_loadu_si512(above + x + 1),
+                                       _mm512_loadu_si512(below + x - 1), _mm512_loadu_si512(below + x + 1)};
+        const __m512i mean = smoothedMean(_mm512_loadu_si512(here + x), neighbours);
         __mmask32 green = ((x ^ odd) & 1u) != 0 ? 0x55555555u : 0xAAAAAAAAu;
         if (last < x + kLanes - 1)
             green &= last < x ? 0u : (std::uint32_t{2} << (last - x)) - 1;
-        _mm512_mask_storeu_epi16(work + row + x, green, mean);
+        _mm512_mask_storeu_epi16(out + x, green, mean);
         if (x + kLanes == end)
             return end;
     }

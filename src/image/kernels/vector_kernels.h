@@ -62,16 +62,17 @@ void matrixTriples8Vbmi(const RowHalves &rows, std::size_t n, bool split, const 
 
 // Adaptive smoothing of the green sites of one row of a mosaic whose values
 // are all below 1024: for each column x from 1 with ((x ^ odd) & 1) set and
-// x <= last, work[row + x] becomes the weighted mean of copy[row + x]
-// (weight 4) and its four diagonal neighbours in copy (weight 2 within 25
-// of it, 1 within 50, else 0), truncated. Runs in blocks of 32 columns
-// (AVX-512) or 16 (AVX2) while a block fits between column 1 and column
-// w - 2; returns the first column it did not reach (w - 1 when it did
-// them all, 1 when the row is too short for a block).
-std::size_t smoothGreenAvx512(const std::uint16_t *copy, std::uint16_t *work, std::size_t row, std::size_t w,
-                              std::uint32_t odd, std::uint32_t last);
-std::size_t smoothGreenAvx2(const std::uint16_t *copy, std::uint16_t *work, std::size_t row, std::size_t w,
-                            std::uint32_t odd, std::uint32_t last);
+// x <= last, out[x] becomes the weighted mean of here[x] (weight 4) and its
+// four diagonal neighbours in the rows above and below (weight 2 within 25
+// of it, 1 within 50, else 0), truncated; out keeps its other values. Runs
+// in blocks of 32 columns (AVX-512) or 16 (AVX2) while a block fits
+// between column 1 and column w - 2; returns the first column it did not
+// reach (w - 1 when it did them all, 1 when the row is too short for a
+// block).
+std::size_t smoothGreenAvx512(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
+                              std::uint16_t *out, std::size_t w, std::uint32_t odd, std::uint32_t last);
+std::size_t smoothGreenAvx2(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
+                            std::uint16_t *out, std::size_t w, std::uint32_t odd, std::uint32_t last);
 
 // The same for AVX2, natural rows only, over whole blocks of 32 pixels;
 // returns the number of pixels done (the caller finishes the rest).

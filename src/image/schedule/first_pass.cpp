@@ -1,66 +1,138 @@
 #include "image/schedule/first_pass.h"
 
-#include "image/schedule/team.h"
-#include "image/schedule/window_pass.h"
-
-#include <atomic>
-#include <thread>
+#include <algorithm>
+#include <cstring>
 
 namespace quorin::image {
 
-bool correctBalanceAndSplit(const ColourJob<1> &job, const SensorJob *sensor)
+FirstPass::FirstPass(const ColourJob &job, const SensorJob *sensor, uint32_t threads)
+    : job_(job), f_(*job.f), a_(f_.area), w_(a_.w), split_(job.p.half != 0), sensor_(sensor),
+      kernel_(kernelFor(f_.kernelVariant)), balanceRow_(balanceRowKernel()), sensorRow_(sensorRowKernel()),
+      smoothRow_(smoothRowKernel(job.narrow)), smoothing_(f_.colourMode == 2 && a_.h >= 3),
+      defects_(sensor != nullptr && f_.defectCorrect && f_.defectCount != 0),
+      bands_(threads <= 1 ? 1 : std::min(kMaxBands, std::max(threads, std::min(4 * threads, a_.h / 64))))
 {
-    const uint32_t threads = teamSize();
-    const FirstPass pass(job, sensor, threads);
-    uint32_t bits = 0;
-#pragma omp parallel num_threads(threads) reduction(| : bits)
-    {
-        FirstPass::Thread thread(pass);
-#pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(pass.bands()); ++b)
-            bits |= pass.run(static_cast<uint32_t>(b), thread);
+    if (defects_) {
+        set_ = &defectSet(f_, localSet_);
+        defectRows_.emplace(*set_, a_);
     }
-    return bits <= kMaxValue;
 }
 
-bool splitRowsToBytes(const ColourJob<1> &job, const SensorJob *sensor, std::uint8_t *dest, uint32_t threads)
+FirstPass::Thread::Thread(const FirstPass &pass)
 {
-    const FirstPass first(job, sensor, threads);
-    const WindowPass windows(job, dest);
-    const uint32_t h = job.f->area.h;
-    std::atomic<bool> done[FirstPass::kMaxBands] = {};
-    uint32_t bits = 0;
-#pragma omp parallel num_threads(threads) reduction(| : bits)
-    {
-        {
-            FirstPass::Thread thread(first);
-#pragma omp for schedule(dynamic, 1) nowait
-            for (int b = 0; b < static_cast<int>(first.bands()); ++b) {
-                bits |= first.run(static_cast<uint32_t>(b), thread);
-                done[b].store(true, std::memory_order_release);
-            }
-        }
-        WindowPass::Thread thread(windows, threadNumber());
-#pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(windows.bands()); ++b) {
-            const uint32_t from = windows.first(static_cast<uint32_t>(b));
-            const uint32_t needFirst = from >= 3 ? from - 3 : 0;
-            const uint32_t needEnd = std::min(windows.end(static_cast<uint32_t>(b)) + 3, h);
-            // Every first-pass band is taken by now: those not done are
-            // being done. Spin briefly, then yield: the thread doing one may
-            // be waiting for a core.
-            for (uint32_t k = 0; k < first.bands(); ++k)
-                if (first.first(k) < needEnd && first.first(k + 1) > needFirst)
-                    for (uint32_t spins = 0; !done[k].load(std::memory_order_acquire); ++spins) {
-                        if (spins < 4096)
-                            __builtin_ia32_pause();
-                        else
-                            std::this_thread::yield();
-                    }
-            windows.run(static_cast<uint32_t>(b), thread);
-        }
+    if (pass.sensor_ != nullptr) {
+        ringJob = *pass.sensor_;
+        ringJob.ring = ring;
     }
-    return bits <= kMaxValue;
+}
+
+uint32_t FirstPass::run(uint32_t b, Thread &thread) const
+{
+    const uint32_t first = this->first(b), end = this->first(b + 1);
+    uint32_t bits = 0;
+    if (first == end)
+        return bits;
+    // Rows prepareFirst .. prepareEnd - 1 are balanced, rows senseFirst ..
+    // senseEnd - 1 corrected; each row two rows ahead of its balance. A row
+    // is smoothed once the row below it is balanced.
+    const uint32_t prepareFirst = smoothing_ && first > 0 ? first - 1 : first;
+    const uint32_t prepareEnd = smoothing_ ? std::min(end + 1, a_.h) : end;
+    const uint32_t senseFirst = prepareFirst >= 2 ? prepareFirst - 2 : 0;
+    const uint32_t senseEnd = std::min(prepareEnd + 2, a_.h);
+    for (uint32_t y = senseFirst; y < std::min(prepareFirst + 2, senseEnd); ++y)
+        sense(y, thread);
+    for (uint32_t y = prepareFirst; y < prepareEnd; ++y) {
+        if (y + 2 < senseEnd)
+            sense(y + 2, thread);
+        bits |= prepare(y, y >= first && y < end, thread);
+        if (y > first && y - 1 < end)
+            smooth(y - 1, thread);
+    }
+    if (prepareEnd == end)
+        smooth(end - 1, thread);
+    return bits;
+}
+
+uint16_t *FirstPass::rowOf(uint32_t y, Thread &thread) const
+{
+    return sensor_ != nullptr ? thread.ring + size_t{y % kRingRows} * w_ : f_.work + y * w_;
+}
+
+void FirstPass::sense(uint32_t y, Thread &thread) const
+{
+    if (sensor_ != nullptr)
+        sensorRow_(thread.ringJob, y);
+}
+
+// Row y corrected for defects and balanced: to the mosaic, or with
+// smoothing to the ring of balanced rows that the smoothing reads. Rows
+// beyond the band (not `own`) only to the ring. Returns the OR of the
+// balanced values.
+uint32_t FirstPass::prepare(uint32_t y, bool own, Thread &thread) const
+{
+    if (defects_)
+        for (const uint32_t *e = defectRows_->begin(y); e != defectRows_->end(y); ++e)
+            correctDefect(f_, *set_, *e, [&](uint32_t r) { return rowOf(r, thread); });
+    const uint16_t *from = rowOf(y, thread);
+    if (split_)
+        return prepareSplit(y, own, from, thread);
+    uint16_t *to = smoothing_ ? balancedOf(y, thread) : own ? job_.mosaicRow(y) : thread.spare;
+    uint32_t bits = 0;
+    if (kernel_ == Kernel::Skip) {
+        std::memcpy(to, from, w_ * 2);
+        for (size_t x = 0; x < w_; ++x)
+            bits |= to[x];
+    } else {
+        balanceRow_(f_, y, kernel_ == Kernel::Vector, from, to, &bits);
+    }
+    return bits;
+}
+
+// The same for split rows: both halves to the mosaic, except with
+// smoothing the green one, which the smoothing reads, to the ring.
+uint32_t FirstPass::prepareSplit(uint32_t y, bool own, const uint16_t *from, Thread &thread) const
+{
+    const size_t greenHalf = (y & 1) ? 0 : 1;
+    uint16_t *halves[2];
+    for (size_t h = 0; h < 2; ++h) {
+        if (smoothing_ && h == greenHalf)
+            halves[h] = balancedOf(y, thread) + h * job_.p.half;
+        else
+            halves[h] = own ? job_.mosaicRow(y) + h * job_.p.half : thread.spare;
+    }
+    vec::SplitBalance rule = splitBalance(f_, y, kernel_);
+    if (rule.columns == kUnbalanced) {
+        uint32_t rowBits;
+        balanceRow_(f_, y, kernel_ == Kernel::Vector, from, thread.row, &rowBits);
+        from = thread.row;
+        rule.columns = 0;
+    }
+    return vec::balanceSplitAvx512(from, w_, rule, halves[0], halves[1]);
+}
+
+// Row y smoothed from the balanced rows into the mosaic (the green half of
+// split rows; the whole row of natural ones).
+void FirstPass::smooth(uint32_t y, Thread &thread) const
+{
+    if (!smoothing_)
+        return;
+    auto *mosaic = job_.mosaicRow(y);
+    const bool inner = y >= 1 && y + 1 < a_.h;
+    const uint32_t last = (y & 1) ? a_.w - 2 : a_.w - 3;
+    if (split_) {
+        if (inner) {
+            vec::smoothSplitAvx512(balancedOf(y - 1, thread), balancedOf(y, thread), balancedOf(y + 1, thread),
+                                   mosaic, w_, y & 1, last);
+        } else {
+            const size_t at = (y & 1) ? 0 : job_.p.half;
+            std::memcpy(mosaic + at, balancedOf(y, thread) + at, ((y & 1) ? job_.p.half : w_ / 2) * 2);
+        }
+        return;
+    }
+    std::memcpy(mosaic, balancedOf(y, thread), w_ * 2);
+    if (inner && a_.w >= 3)
+        smoothRow_(balancedOf(y - 1, thread), balancedOf(y, thread), balancedOf(y + 1, thread), mosaic, w_, y & 1,
+                   last);
 }
 
 } // namespace quorin::image

@@ -2,8 +2,6 @@
 
 #include "image/kernels/simd.h"
 
-#include <cstring>
-
 namespace quorin::image {
 
 using std::int32_t;
@@ -13,18 +11,11 @@ using std::uint32_t;
 
 namespace {
 
-QUORIN_KERNEL(OrRange, (const uint16_t *in, size_t n, uint32_t *out), {
-    uint32_t bits = 0;
-    for (size_t i = 0; i < n; ++i)
-        bits |= in[i];
-    *out = bits;
-});
-
 // Colour balance of row y from `in` to `out` (the same row, or another;
-// values the balance leaves alone are copied then), and a copy of the
-// result when `copy` is given; returns the OR of the balanced values.
+// values the balance leaves alone are copied then); returns the OR of the
+// balanced values.
 QUORIN_ALWAYS_INLINE inline uint32_t balanceRow(const Frame &f, uint32_t y, bool vector, const uint16_t *in,
-                                                uint16_t *out, uint16_t *copy)
+                                                uint16_t *out)
 {
     const Area &a = f.area;
     const uint32_t *g = f.balanceGains;
@@ -50,8 +41,6 @@ QUORIN_ALWAYS_INLINE inline uint32_t balanceRow(const Frame &f, uint32_t y, bool
     if (out != in)
         for (uint32_t x = done; x < a.w; ++x)
             out[x] = in[x];
-    if (copy != nullptr)
-        std::memcpy(copy, out, size_t{a.w} * 2);
     uint32_t bits = 0;
     for (uint32_t x = 0; x < a.w; ++x)
         bits |= out[x];
@@ -59,46 +48,14 @@ QUORIN_ALWAYS_INLINE inline uint32_t balanceRow(const Frame &f, uint32_t y, bool
 }
 
 QUORIN_KERNEL(BalanceRow,
-              (const Frame &f, uint32_t y, bool vector, const uint16_t *in, uint16_t *out, uint16_t *copy,
-               uint32_t *bits),
-              *bits = balanceRow(f, y, vector, in, out, copy););
+              (const Frame &f, uint32_t y, bool vector, const uint16_t *in, uint16_t *out, uint32_t *bits),
+              *bits = balanceRow(f, y, vector, in, out););
 
 } // namespace
 
 BalanceRowKernel balanceRowKernel()
 {
     return BalanceRow::pick();
-}
-
-bool balance(const Frame &f, bool copyForSmoothing)
-{
-    const Area &a = f.area;
-    const Kernel kernel = kernelFor(f.kernelVariant);
-    const int h = static_cast<int>(a.h);
-    const auto orRange = OrRange::pick();
-    uint32_t bits = 0;
-    if (kernel == Kernel::Skip) {
-        if (copyForSmoothing)
-            std::memcpy(f.previous, f.work, a.pixels() * 2);
-#pragma omp parallel for schedule(static) reduction(| : bits)
-        for (int yi = 0; yi < h; ++yi) {
-            uint32_t rowBits;
-            orRange(f.work + size_t(yi) * a.w, a.w, &rowBits);
-            bits |= rowBits;
-        }
-        return bits <= kMaxValue;
-    }
-    const auto kernelRow = BalanceRow::pick();
-    const bool vector = kernel == Kernel::Vector;
-#pragma omp parallel for schedule(static) reduction(| : bits)
-    for (int yi = 0; yi < h; ++yi) {
-        uint32_t rowBits;
-        uint16_t *row = f.work + size_t(yi) * a.w;
-        kernelRow(f, static_cast<uint32_t>(yi), vector, row, row,
-                  copyForSmoothing ? f.previous + size_t(yi) * a.w : nullptr, &rowBits);
-        bits |= rowBits;
-    }
-    return bits <= kMaxValue;
 }
 
 vec::SplitBalance splitBalance(const Frame &f, uint32_t y, Kernel kernel)

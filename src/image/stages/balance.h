@@ -13,16 +13,11 @@
 namespace quorin::image {
 
 // Balance of row y from `in` to `out` (the same row, or another; values
-// the balance leaves alone are copied then), and a copy of the result when
-// `copy` is given; writes the OR of the balanced values to bits.
+// the balance leaves alone are copied then); writes the OR of the balanced
+// values to bits.
 using BalanceRowKernel = void (*)(const Frame &f, std::uint32_t y, bool vector, const std::uint16_t *in,
-                                  std::uint16_t *out, std::uint16_t *copy, std::uint32_t *bits);
+                                  std::uint16_t *out, std::uint32_t *bits);
 BalanceRowKernel balanceRowKernel();
-
-// Colour balance of f.work in place, and for colour mode 2 the copy the
-// smoothing reads in f.previous. Returns whether every balanced value is
-// below 1024.
-bool balance(const Frame &f, bool copyForSmoothing);
 
 // The balance of row y as the split-row kernel applies it (see
 // balanceRow): the vector rule on every column of the rows of whole pairs

@@ -2,6 +2,8 @@
 
 #include "image/kernels/portable.h"
 
+#include <algorithm>
+
 namespace quorin::image {
 namespace {
 
@@ -51,8 +53,8 @@ MatrixBlockKernel matrixBlockKernel()
     return MatrixBlock::pick();
 }
 
-PlanarFinish::PlanarFinish(const ColourJob<1> &job, std::uint8_t *dest)
-    : job_(job), f_(*job.f), dest_(dest), r0_(f_.lut[0], f_.outputShift), r1_(f_.lut[1], f_.outputShift),
+PlanarFinish::PlanarFinish(const ColourJob &job, std::uint8_t *dest)
+    : f_(*job.f), dest_(dest), r0_(f_.lut[0], f_.outputShift), r1_(f_.lut[1], f_.outputShift),
       r2_(f_.lut[2], f_.outputShift), tableOutput_(vec::vbmiActive()), matrix_(MatrixBlock::pick())
 {
     for (unsigned c = 0; c < 3; ++c)
@@ -73,71 +75,57 @@ PlanarFinish::PlanarFinish(const ColourJob<1> &job, std::uint8_t *dest)
             narrowMatrix_[k] = k % 4 == 0 ? 256 : 0;
 }
 
-void PlanarFinish::row(uint32_t y) const
+void PlanarFinish::row(const ColourJob &job, uint32_t y) const
 {
     const size_t w = f_.area.w, row = size_t{y} * w;
     const OutputTable *tables[3] = {&r0_, &r1_, &r2_};
     if (matrixNarrow_) {
-        const bool split = job_.p.half != 0;
+        const bool split = job.p.half != 0;
         const uint16_t *rows[3][2];
         for (unsigned c = 0; c < 3; ++c)
             for (unsigned h = 0; h < 2; ++h)
-                rows[c][h] = split ? job_.rowHalf(c, y, h) : job_.p.row(c, y);
+                rows[c][h] = job.rowHalf(c, y, h);
         vec::matrixTriples8Vbmi(rows, w, split, narrowMatrix_, tables, slot_, dest_ + 3 * row);
         return;
     }
     size_t done = 0;
     if (avx2Narrow_)
-        done = vec::matrixTriples8Avx2(job_.p.row(0, y), job_.p.row(1, y), job_.p.row(2, y), w, narrowMatrix_,
-                                       tables, slot_, dest_ + 3 * row);
-    const OutputTable *reduced[3] = {&r0_, &r1_, &r2_};
-    uint16_t values[3][kBlock], joined[3][kBlock];
+        done = vec::matrixTriples8Avx2(job.p.row(0, y), job.p.row(1, y), job.p.row(2, y), w, narrowMatrix_, tables,
+                                       slot_, dest_ + 3 * row);
+    uint16_t values[3][kBlock];
     for (size_t x0 = done; x0 < w; x0 += kBlock) {
         const size_t n = std::min(kBlock, w - x0);
         const uint16_t *in[3];
-        for (unsigned c = 0; c < 3; ++c) {
-            if (job_.p.half != 0) {
-                // Split rows: the block's pixels in their order first.
-                for (size_t k = 0; k < n; ++k)
-                    joined[c][k] = job_.value(c, static_cast<uint32_t>(x0 + k), y);
-                in[c] = joined[c];
-            } else {
-                in[c] = job_.p.row(c, y) + x0;
-            }
-        }
+        uint16_t joined[3][kBlock];
+        blockOf(job, y, x0, n, in, joined);
         if (f_.matrixOn)
             matrix_(f_.matrix, in[0], in[1], in[2], n, values);
         else
             for (unsigned c = 0; c < 3; ++c)
-                for (size_t k = 0; k < n; ++k)
-                    values[c][k] = in[c][k];
+                std::copy(in[c], in[c] + n, values[c]);
         std::uint8_t *o = dest_ + 3 * (row + x0);
         if (tableOutput_)
             vec::triples8Vbmi(values, n, tables, slot_, o);
         else if (slot_[kRed] == 2) // blue, green, red
-            storeReduced<2, 1, 0>(values, n, reduced, o);
+            storeReduced<2, 1, 0>(values, n, tables, o);
         else
-            storeReduced<0, 1, 2>(values, n, reduced, o);
+            storeReduced<0, 1, 2>(values, n, tables, o);
     }
 }
 
-void finishInterleaved(const ColourJob<3> &job)
+void blockOf(const ColourJob &job, uint32_t y, size_t x0, size_t n, const uint16_t *in[3],
+             uint16_t (*joined)[kBlock])
 {
-    const Frame &f = *job.f;
-    const unsigned slot[3] = {channelSlot(f.demosaicMethod, kRed), channelSlot(f.demosaicMethod, kGreen),
-                              channelSlot(f.demosaicMethod, kBlue)};
-    const long n = static_cast<long>(f.area.pixels());
-#pragma omp parallel for schedule(static)
-    for (long i = 0; i < n; ++i) {
-        uint16_t *px = f.rgb + 3 * i;
-        uint32_t v[3] = {px[slot[0]], px[slot[1]], px[slot[2]]};
-        if (f.matrixOn) {
-            const uint32_t r = v[0], g = v[1], b = v[2];
-            for (unsigned c = 0; c < 3; ++c)
-                v[c] = static_cast<uint32_t>(matrixRow(f.matrix + 3 * c, r, g, b));
+    for (unsigned c = 0; c < 3; ++c) {
+        if (job.p.half != 0) {
+            // Split rows: the block's pixels in their order first.
+            const uint16_t *even = job.rowHalf(c, y, 0) + x0 / 2, *odd = job.rowHalf(c, y, 1) + x0 / 2;
+            for (size_t k = 0; k < n; ++k)
+                joined[c][k] = (k & 1) != 0 ? odd[k / 2] : even[k / 2];
+            in[c] = joined[c];
+        } else {
+            in[c] = job.p.row(c, y) + x0;
         }
-        for (unsigned c = 0; c < 3; ++c)
-            px[slot[c]] = f.lut[c][lutIndex(v[c])];
     }
 }
 

@@ -7,13 +7,12 @@
 namespace quorin::image {
 namespace {
 
-template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
+void greenBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
 {
-    const Frame &f = *job.f;
-    const Area &a = f.area;
-    const int32_t c = job.mosaic(x, y);
+    const Area &a = job.f->area;
+    const int32_t c = job.mosaicAt(x, y);
     // The values the mosaic holds: split rows keep them there only.
-    const bool copy = job.splitMosaic == nullptr;
+    const bool copy = job.p.half == 0;
     if (((x ^ y) & 1) != 0) {
         if (copy)
             job.p.at(kGreen, x, y) = static_cast<uint16_t>(c);
@@ -24,19 +23,19 @@ template <size_t S> void greenBorderPixel(const ColourJob<S> &job, uint32_t x, u
     int32_t sum = 0;
     int n = 0;
     if (x > 0) {
-        sum += job.mosaic(x - 1, y);
+        sum += job.mosaicAt(x - 1, y);
         ++n;
     }
     if (x + 1 < a.w) {
-        sum += job.mosaic(x + 1, y);
+        sum += job.mosaicAt(x + 1, y);
         ++n;
     }
     if (y > 0) {
-        sum += job.mosaic(x, y - 1);
+        sum += job.mosaicAt(x, y - 1);
         ++n;
     }
     if (y + 1 < a.h) {
-        sum += job.mosaic(x, y + 1);
+        sum += job.mosaicAt(x, y + 1);
         ++n;
     }
     job.p.at(kGreen, x, y) = static_cast<uint16_t>(n == 0 ? c : borderMean(sum, n));
@@ -60,48 +59,37 @@ QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *__restrict m, siz
     return clampValue(g);
 }
 
-// Pass 2 over the inner columns of an inner row. Pointers do not overlap;
-// stride S between a pixel's values.
-template <size_t S>
+// Pass 2 over the inner columns of an inner row, from column `from`: the
+// green plane at every column, and the own colour's plane at every column
+// (green sites get theirs in pass 3). Pointers do not overlap.
 QUORIN_ALWAYS_INLINE inline void greenInnerLoop(const uint16_t *__restrict m, uint16_t *__restrict green,
-                                                uint16_t *__restrict own, size_t row, size_t w, uint32_t odd,
+                                                uint16_t *__restrict own, size_t w, uint32_t odd,
                                                 uint32_t from = 2)
 {
     const uint32_t end = static_cast<uint32_t>(w) - 2;
     for (uint32_t x = from; x < end; ++x) {
-        const size_t i = row + x;
         const bool isGreen = ((x ^ odd) & 1u) != 0;
-        const int32_t g = innerGreen(m, i, w);
-        green[i * S] = static_cast<uint16_t>(choose(maskOf(isGreen), m[i], g));
-        if constexpr (S == 1)
-            own[i] = m[i]; // green sites get theirs in pass 3
-        else if (!isGreen)
-            own[i * S] = m[i];
+        const int32_t g = innerGreen(m, x, w);
+        green[x] = static_cast<uint16_t>(choose(maskOf(isGreen), m[x], g));
+        own[x] = m[x];
     }
 }
 
-template <size_t S> QUORIN_ALWAYS_INLINE inline void greenInnerRow(const ColourJob<S> &job, uint32_t y)
-{
-    const Frame &f = *job.f;
-    greenInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], size_t{y} * f.area.w, f.area.w,
-                      y & 1);
-}
-
-QUORIN_KERNEL(GreenInnerPlanar, (const ColourJob<1> &job, uint32_t y), greenInnerRow<1>(job, y););
+QUORIN_KERNEL(GreenInnerPlanar, (const PassRow &r),
+              greenInnerLoop(r.m, r.plane[kGreen], r.plane[r.odd ? kBlue : kRed], r.w, r.odd););
 
 // Pass 2 over an inner row in 16-bit lanes, the last columns one by one.
-QUORIN_LANES_KERNEL(GreenInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+QUORIN_LANES_KERNEL(GreenInnerNarrow, (const PassRow &r), {
     constexpr uint32_t kLanes = sizeof(V) / 2;
-    const Frame &f = *job.f;
-    const size_t w = f.area.w, row = size_t{y} * w;
-    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 2;
-    const uint16_t *__restrict m = f.work;
-    uint16_t *__restrict green = job.p.c[kGreen];
-    uint16_t *__restrict own = job.p.c[odd ? kBlue : kRed];
+    const size_t w = r.w;
+    const uint32_t odd = r.odd, end = static_cast<uint32_t>(w) - 2;
+    const uint16_t *__restrict m = r.m;
+    uint16_t *__restrict green = r.plane[kGreen];
+    uint16_t *__restrict own = r.plane[odd ? kBlue : kRed];
     uint32_t x = 2;
     for (; end >= 2 + kLanes; x += kLanes) {
         x = std::min(x, end - kLanes); // the last block again over done columns
-        const uint16_t *p = m + row + x;
+        const uint16_t *p = m + x;
         const V isGreen = QUORIN_LANES_ODD(x, odd);
         const V c = QUORIN_LANES_LOAD(p), gl = QUORIN_LANES_LOAD(p - 1), gr = QUORIN_LANES_LOAD(p + 1);
         const V gu = QUORIN_LANES_LOAD(p - w), gd = QUORIN_LANES_LOAD(p + w);
@@ -115,62 +103,49 @@ QUORIN_LANES_KERNEL(GreenInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
         const V strong = (dh >= 80) | (dv >= 80);
         const V g = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK(strong & (dh < dv), horizontal,
                                                          QUORIN_LANES_PICK(strong & (dh > dv), vertical, both)));
-        QUORIN_LANES_STORE(green + row + x, QUORIN_LANES_PICK(isGreen, c, g));
-        QUORIN_LANES_STORE(own + row + x, c);
+        QUORIN_LANES_STORE(green + x, QUORIN_LANES_PICK(isGreen, c, g));
+        QUORIN_LANES_STORE(own + x, c);
         if (x + kLanes == end) {
             x = end;
             break;
         }
     }
-    greenInnerLoop<1>(m, green, own, row, w, odd, x); // rows too short for a block
+    greenInnerLoop(m, green, own, w, odd, x); // rows too short for a block
 });
 
 // Pass 2 over an inner row of split rows (see kernels/vector_kernels.h).
-void greenInnerSplit(const ColourJob<1> &job, uint32_t y)
+void greenInnerSplit(const PassRow &r)
 {
-    const size_t w = job.p.w;
-    vec::greenSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), w, y & 1);
+    vec::greenSplitAvx512(r.m, r.plane[kGreen], r.w, r.odd);
 }
 
 } // namespace
 
-template <size_t S> void greenPlaneRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
+void greenPlaneRow(const ColourJob &job, uint32_t y, PassRowKernel inner)
 {
     const Area &a = job.f->area;
-    {
-        if (innerRow(y, a) && a.w >= 5) {
-            for (uint32_t x : {0u, 1u, a.w - 2, a.w - 1})
-                greenBorderPixel(job, x, y);
-            if constexpr (S == 1)
-                planar(job, y);
-            else
-                greenInnerRow<S>(job, y);
-        } else {
-            for (uint32_t x = 0; x < a.w; ++x)
-                greenBorderPixel(job, x, y);
-        }
+    if (innerRow(y, a) && a.w >= 5) {
+        for (uint32_t x : {0u, 1u, a.w - 2, a.w - 1})
+            greenBorderPixel(job, x, y);
+        inner(passRow(job, y));
+    } else {
+        for (uint32_t x = 0; x < a.w; ++x)
+            greenBorderPixel(job, x, y);
     }
 }
 
-template <size_t S> PlanarRowKernel greenKernel(const ColourJob<S> &job)
+PassRowKernel greenKernel(const ColourJob &job)
 {
-    return rowKernel<GreenInnerNarrow, GreenInnerPlanar>(job, greenInnerSplit);
+    return job.p.half != 0 ? greenInnerSplit : job.narrow ? GreenInnerNarrow::pick() : GreenInnerPlanar::pick();
 }
 
-template <size_t S> void greenPlane(const ColourJob<S> &job)
+void greenPlane(const ColourJob &job)
 {
     const int h = static_cast<int>(job.f->area.h);
-    const PlanarRowKernel planar = greenKernel(job);
+    const PassRowKernel inner = greenKernel(job);
 #pragma omp parallel for schedule(static)
     for (int yi = 0; yi < h; ++yi)
-        greenPlaneRow(job, static_cast<uint32_t>(yi), planar);
+        greenPlaneRow(job, static_cast<uint32_t>(yi), inner);
 }
-
-template PlanarRowKernel greenKernel(const ColourJob<1> &job);
-template void greenPlaneRow(const ColourJob<1> &job, uint32_t y, PlanarRowKernel planar);
-template void greenPlane(const ColourJob<1> &job);
-template PlanarRowKernel greenKernel(const ColourJob<3> &job);
-template void greenPlaneRow(const ColourJob<3> &job, uint32_t y, PlanarRowKernel planar);
-template void greenPlane(const ColourJob<3> &job);
 
 } // namespace quorin::image

@@ -19,36 +19,25 @@ QUORIN_ALWAYS_INLINE inline int32_t fromLine(int32_t ca, int32_t cb, int32_t g, 
     return clampValue(c);
 }
 
-template <size_t S>
+// Pass 3 over the inner columns of an inner row, from column `from`.
 QUORIN_ALWAYS_INLINE inline void lineInnerLoop(const uint16_t *__restrict m, const uint16_t *__restrict g,
                                                uint16_t *__restrict horizontal, uint16_t *__restrict vertical,
-                                               size_t row, size_t w, uint32_t odd, uint32_t from = 2)
+                                               size_t w, uint32_t odd, uint32_t from = 2)
 {
     const uint32_t end = static_cast<uint32_t>(w) - 2;
     for (uint32_t x = from; x < end; ++x) {
-        const size_t i = row + x;
         const bool green = ((x ^ odd) & 1u) != 0;
-        const int32_t gc = m[i];
-        const int32_t hv = fromLine(m[i - 1], m[i + 1], gc, g[(i - 1) * S], g[(i + 1) * S]);
-        const int32_t vv = fromLine(m[i - w], m[i + w], gc, g[(i - w) * S], g[(i + w) * S]);
-        if constexpr (S == 1) {
-            horizontal[i] = static_cast<uint16_t>(choose(maskOf(green), hv, horizontal[i]));
-            vertical[i] = static_cast<uint16_t>(choose(maskOf(green), vv, vertical[i]));
-        } else if (green) {
-            horizontal[i * S] = static_cast<uint16_t>(hv);
-            vertical[i * S] = static_cast<uint16_t>(vv);
-        }
+        const int32_t gc = m[x];
+        const int32_t hv = fromLine(m[x - 1], m[x + 1], gc, g[x - 1], g[x + 1]);
+        const int32_t vv = fromLine(m[x - w], m[x + w], gc, g[x - w], g[x + w]);
+        horizontal[x] = static_cast<uint16_t>(choose(maskOf(green), hv, horizontal[x]));
+        vertical[x] = static_cast<uint16_t>(choose(maskOf(green), vv, vertical[x]));
     }
 }
 
-template <size_t S> QUORIN_ALWAYS_INLINE inline void lineInnerRow(const ColourJob<S> &job, uint32_t y)
-{
-    const Frame &f = *job.f;
-    lineInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kBlue : kRed], job.p.c[(y & 1) ? kRed : kBlue],
-                     size_t{y} * f.area.w, f.area.w, y & 1);
-}
-
-QUORIN_KERNEL(LineInnerPlanar, (const ColourJob<1> &job, uint32_t y), lineInnerRow<1>(job, y););
+QUORIN_KERNEL(LineInnerPlanar, (const PassRow &r),
+              lineInnerLoop(r.m, r.plane[kGreen], r.plane[r.odd ? kBlue : kRed], r.plane[r.odd ? kRed : kBlue], r.w,
+                            r.odd););
 
 #define QUORIN_LANES_FROM_LINE(ca, cb, g, ga, gb)                                                                      \
     ({                                                                                                                 \
@@ -64,19 +53,18 @@ QUORIN_KERNEL(LineInnerPlanar, (const ColourJob<1> &job, uint32_t y), lineInnerR
     })
 
 // Pass 3 over an inner row in 16-bit lanes, the last columns one by one.
-QUORIN_LANES_KERNEL(LineInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+QUORIN_LANES_KERNEL(LineInnerNarrow, (const PassRow &r), {
     constexpr uint32_t kLanes = sizeof(V) / 2;
-    const Frame &f = *job.f;
-    const size_t w = f.area.w, row = size_t{y} * w;
-    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 2;
-    const uint16_t *__restrict m = f.work;
-    const uint16_t *__restrict g = job.p.c[kGreen];
-    uint16_t *__restrict horizontal = job.p.c[odd ? kBlue : kRed];
-    uint16_t *__restrict vertical = job.p.c[odd ? kRed : kBlue];
+    const size_t w = r.w;
+    const uint32_t odd = r.odd, end = static_cast<uint32_t>(w) - 2;
+    const uint16_t *__restrict m = r.m;
+    const uint16_t *__restrict g = r.plane[kGreen];
+    uint16_t *__restrict horizontal = r.plane[odd ? kBlue : kRed];
+    uint16_t *__restrict vertical = r.plane[odd ? kRed : kBlue];
     uint32_t x = 2;
     for (; end >= 2 + kLanes; x += kLanes) {
         x = std::min(x, end - kLanes); // the last block again over done columns
-        const size_t i = row + x;
+        const size_t i = x;
         const V green = QUORIN_LANES_ODD(x, odd);
         const V gc = QUORIN_LANES_LOAD(m + i);
         const V hv = QUORIN_LANES_FROM_LINE(QUORIN_LANES_LOAD(m + i - 1), QUORIN_LANES_LOAD(m + i + 1), gc,
@@ -90,16 +78,15 @@ QUORIN_LANES_KERNEL(LineInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
             break;
         }
     }
-    lineInnerLoop<1>(m, g, horizontal, vertical, row, w, odd, x); // rows too short for a block
+    lineInnerLoop(m, g, horizontal, vertical, w, odd, x); // rows too short for a block
 });
 
-template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
+void lineBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
 {
-    const Frame &f = *job.f;
-    const Area &a = f.area;
+    const Area &a = job.f->area;
     // The mean of the two neighbours on a line, or the one there is.
     auto line = [&](bool hasA, uint32_t xa, uint32_t ya, bool hasB, uint32_t xb, uint32_t yb) -> int32_t {
-        const int32_t va = hasA ? job.mosaic(xa, ya) : 0, vb = hasB ? job.mosaic(xb, yb) : 0;
+        const int32_t va = hasA ? job.mosaicAt(xa, ya) : 0, vb = hasB ? job.mosaicAt(xb, yb) : 0;
         return hasA && hasB ? (va + vb) >> 1 : hasA ? va : vb;
     };
     job.p.at((y & 1) ? kBlue : kRed, x, y) =
@@ -109,62 +96,47 @@ template <size_t S> void lineBorderPixel(const ColourJob<S> &job, uint32_t x, ui
 }
 
 // Pass 3 over an inner row of split rows.
-void lineInnerSplit(const ColourJob<1> &job, uint32_t y)
+void lineInnerSplit(const PassRow &r)
 {
-    const size_t w = job.p.w;
-    const uint32_t odd = y & 1;
-    vec::lineSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), job.p.row(odd ? kBlue : kRed, y),
-                         job.p.row(odd ? kRed : kBlue, y), w, odd);
+    vec::lineSplitAvx512(r.m, r.plane[kGreen], r.plane[r.odd ? kBlue : kRed], r.plane[r.odd ? kRed : kBlue], r.w,
+                         r.odd);
 }
 
 } // namespace
 
-template <size_t S> void redBlueAtGreenRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
+void redBlueAtGreenRow(const ColourJob &job, uint32_t y, PassRowKernel inner)
 {
     const Area &a = job.f->area;
-    {
-        const bool inner = innerRow(y, a) && a.w >= 5;
-        if (inner) {
-            if constexpr (S == 1)
-                planar(job, y);
-            else
-                lineInnerRow<S>(job, y);
-        }
-        // Green sites outside the inner part: the whole row, or two columns
-        // at each end.
-        const uint32_t parity = (y & 1) ? 0 : 1;
-        auto sites = [&](uint32_t from, uint32_t to) {
-            for (uint32_t x = from + ((from ^ parity) & 1); x < to; x += 2)
-                lineBorderPixel(job, x, y);
-        };
-        if (inner) {
-            sites(0, 2);
-            sites(a.w - 2, a.w);
-        } else {
-            sites(0, a.w);
-        }
+    const bool isInner = innerRow(y, a) && a.w >= 5;
+    if (isInner)
+        inner(passRow(job, y));
+    // Green sites outside the inner part: the whole row, or two columns at
+    // each end.
+    const uint32_t parity = (y & 1) ? 0 : 1;
+    auto sites = [&](uint32_t from, uint32_t to) {
+        for (uint32_t x = from + ((from ^ parity) & 1); x < to; x += 2)
+            lineBorderPixel(job, x, y);
+    };
+    if (isInner) {
+        sites(0, 2);
+        sites(a.w - 2, a.w);
+    } else {
+        sites(0, a.w);
     }
 }
 
-template <size_t S> PlanarRowKernel lineKernel(const ColourJob<S> &job)
+PassRowKernel lineKernel(const ColourJob &job)
 {
-    return rowKernel<LineInnerNarrow, LineInnerPlanar>(job, lineInnerSplit);
+    return job.p.half != 0 ? lineInnerSplit : job.narrow ? LineInnerNarrow::pick() : LineInnerPlanar::pick();
 }
 
-template <size_t S> void redBlueAtGreen(const ColourJob<S> &job)
+void redBlueAtGreen(const ColourJob &job)
 {
     const int h = static_cast<int>(job.f->area.h);
-    const PlanarRowKernel planar = lineKernel(job);
+    const PassRowKernel inner = lineKernel(job);
 #pragma omp parallel for schedule(static)
     for (int yi = 0; yi < h; ++yi)
-        redBlueAtGreenRow(job, static_cast<uint32_t>(yi), planar);
+        redBlueAtGreenRow(job, static_cast<uint32_t>(yi), inner);
 }
-
-template PlanarRowKernel lineKernel(const ColourJob<1> &job);
-template void redBlueAtGreenRow(const ColourJob<1> &job, uint32_t y, PlanarRowKernel planar);
-template void redBlueAtGreen(const ColourJob<1> &job);
-template PlanarRowKernel lineKernel(const ColourJob<3> &job);
-template void redBlueAtGreenRow(const ColourJob<3> &job, uint32_t y, PlanarRowKernel planar);
-template void redBlueAtGreen(const ColourJob<3> &job);
 
 } // namespace quorin::image

@@ -39,24 +39,22 @@ QUORIN_ALWAYS_INLINE inline int32_t diagonalFallback(const int32_t c[4], const i
     return clamp10(all);
 }
 
-// Pass 4 over the inner columns of an inner row, in its common cases;
-// returns non-zero when some site needs the fall-backs, and marks those
-// sites in flags (indexed by column; the planar layout only).
-template <size_t S>
+// Pass 4 over the inner columns of an inner row from column `from`, in
+// its common cases; returns non-zero when some site needs the fall-backs,
+// and marks those sites in flags (indexed by column).
 QUORIN_ALWAYS_INLINE inline int32_t diagonalInnerLoop(const uint16_t *__restrict m, const uint16_t *__restrict g,
-                                                      uint16_t *__restrict missing, size_t row, size_t w,
-                                                      uint32_t odd, std::uint8_t *__restrict flags,
-                                                      uint32_t from = 1)
+                                                      uint16_t *__restrict missing, size_t w, uint32_t odd,
+                                                      std::uint8_t *__restrict flags, uint32_t from = 1)
 {
     int32_t fallbacks = 0;
     const uint32_t end = static_cast<uint32_t>(w) - 1;
     for (uint32_t x = from; x < end; ++x) {
-        const size_t i = row + x;
+        const size_t i = x;
         const bool site = ((x ^ odd) & 1u) == 0;
-        const int32_t gc = g[i * S];
+        const int32_t gc = g[i];
         const int32_t c0 = m[i - w - 1], c1 = m[i + w + 1], c2 = m[i - w + 1], c3 = m[i + w - 1];
-        const int32_t d1 = 2 * gc - g[(i - w - 1) * S] - g[(i + w + 1) * S];
-        const int32_t d2 = 2 * gc - g[(i - w + 1) * S] - g[(i + w - 1) * S];
+        const int32_t d1 = 2 * gc - g[i - w - 1] - g[i + w + 1];
+        const int32_t d2 = 2 * gc - g[i - w + 1] - g[i + w - 1];
         const int32_t a1 = magnitude(d1), a2 = magnitude(d2);
         const int32_t all = (c0 + c1 + c2 + c3 + d1 + d2) >> 2;
         const int32_t first = (c0 + c1 + d1) >> 1, second = (c2 + c3 + d2) >> 1;
@@ -64,88 +62,70 @@ QUORIN_ALWAYS_INLINE inline int32_t diagonalInnerLoop(const uint16_t *__restrict
                                             choose(maskOf(a1 < a2) & maskOf(a1 < 200), first, second)));
         const int32_t fallback = maskOf(site) & maskOf(a1 >= 200) & maskOf(a2 >= 200);
         fallbacks |= fallback;
-        if constexpr (S == 1) {
-            flags[x] = static_cast<std::uint8_t>(fallback);
-            missing[i] = static_cast<uint16_t>(choose(maskOf(site), v, missing[i]));
-        }
-        else if (site)
-            missing[i * S] = static_cast<uint16_t>(v);
+        flags[x] = static_cast<std::uint8_t>(fallback);
+        missing[i] = static_cast<uint16_t>(choose(maskOf(site), v, missing[i]));
     }
     return fallbacks;
 }
 
-// The fall-backs of an inner row of pass 4, after its common cases.
-template <size_t S>
-QUORIN_ALWAYS_INLINE inline void diagonalFixRow(const ColourJob<S> &job, uint32_t y, std::uint8_t *flags)
+// The fall-backs of an inner row of pass 4, after its common cases: the
+// loops mark the sites (columns 1 .. w-2), and only blocks of eight
+// columns with a mark are visited again.
+QUORIN_ALWAYS_INLINE inline void diagonalFixRow(const PassRow &r, std::uint8_t *flags)
 {
-    const Frame &f = *job.f;
-    const size_t w = f.area.w;
-    const uint16_t *m = f.work;
-    const uint16_t *g = job.p.c[kGreen];
-    uint16_t *missing = job.p.c[(y & 1) ? kRed : kBlue];
-    const size_t row = size_t{y} * w;
-    const size_t odd = y & 1;
+    const size_t w = r.w;
+    const uint16_t *m = r.m;
+    const uint16_t *g = r.plane[kGreen];
+    uint16_t *missing = r.plane[r.odd ? kRed : kBlue];
     auto fix = [&](size_t x) {
-        const size_t i = row + x;
-        const int32_t gc = g[i * S];
+        const size_t i = x;
+        const int32_t gc = g[i];
         const size_t pos[4] = {i - w - 1, i + w + 1, i - w + 1, i + w - 1};
         int32_t c[4], gi[4];
         for (int k = 0; k < 4; ++k) {
             c[k] = m[pos[k]];
-            gi[k] = g[pos[k] * S];
+            gi[k] = g[pos[k]];
         }
         const int32_t d1 = 2 * gc - gi[0] - gi[1], d2 = 2 * gc - gi[2] - gi[3];
         if (magnitude(d1) >= 200 && magnitude(d2) >= 200)
-            missing[i * S] =
-                static_cast<uint16_t>(diagonalFallback(c, gi, gc, (c[0] + c[1] + c[2] + c[3] + d1 + d2) >> 2));
+            missing[i] = static_cast<uint16_t>(diagonalFallback(c, gi, gc, (c[0] + c[1] + c[2] + c[3] + d1 + d2) >> 2));
     };
-    if constexpr (S == 1) {
-        // The planar loops mark the sites (columns 1 .. w-2): only blocks
-        // of eight columns with a mark are visited again.
-        flags[0] = 0;
-        std::memset(flags + w - 1, 0, 9);
-        for (size_t b = 0; b < w; b += 8) {
-            std::uint64_t word;
-            std::memcpy(&word, flags + b, sizeof word);
-            if (word == 0)
-                continue;
-            for (size_t x = b; x < b + 8; ++x)
-                if (flags[x] != 0)
-                    fix(x);
-        }
-    } else {
-        for (size_t x = 2 - odd; x + 2 <= w; x += 2)
-            fix(x);
+    flags[0] = 0;
+    std::memset(flags + w - 1, 0, 9);
+    for (size_t b = 0; b < w; b += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, flags + b, sizeof word);
+        if (word == 0)
+            continue;
+        for (size_t x = b; x < b + 8; ++x)
+            if (flags[x] != 0)
+                fix(x);
     }
 }
 
-template <size_t S> QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const ColourJob<S> &job, uint32_t y)
+QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const PassRow &r)
 {
-    const Frame &f = *job.f;
-    const size_t w = f.area.w;
     alignas(8) std::uint8_t flags[kSensorSide + 16];
-    if (diagonalInnerLoop<S>(f.work, job.p.c[kGreen], job.p.c[(y & 1) ? kRed : kBlue], size_t{y} * w, w, y & 1,
-                             flags) != 0)
-        diagonalFixRow<S>(job, y, flags);
+    if (diagonalInnerLoop(r.m, r.plane[kGreen], r.plane[r.odd ? kRed : kBlue], r.w, r.odd, flags) != 0)
+        diagonalFixRow(r, flags);
 }
 
-QUORIN_KERNEL(DiagonalInnerPlanar, (const ColourJob<1> &job, uint32_t y), diagonalInnerRow<1>(job, y););
+QUORIN_KERNEL(DiagonalInnerPlanar, (const PassRow &r), diagonalInnerRow(r););
 
 // Pass 4 over an inner row in 16-bit lanes, fall-backs included; the last
 // columns one by one.
-QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const ColourJob<1> &job, uint32_t y), {
+QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const PassRow &r), {
     constexpr uint32_t kLanes = sizeof(V) / 2;
-    const Frame &f = *job.f;
-    const size_t w = f.area.w, row = size_t{y} * w;
-    const uint32_t odd = y & 1, end = static_cast<uint32_t>(w) - 1;
-    const uint16_t *__restrict m = f.work;
-    const uint16_t *__restrict g = job.p.c[kGreen];
-    uint16_t *__restrict missing = job.p.c[odd ? kRed : kBlue];
+    const size_t w = r.w;
+    const uint32_t odd = r.odd, end = static_cast<uint32_t>(w) - 1;
+    const uint16_t *__restrict m = r.m;
+    const uint16_t *__restrict g = r.plane[kGreen];
+    uint16_t *__restrict missing = r.plane[odd ? kRed : kBlue];
     alignas(8) std::uint8_t flags[kSensorSide + 16];
     uint32_t x = 1;
     for (; end >= 1 + kLanes; x += kLanes) {
         x = std::min(x, end - kLanes); // the last block again over done columns
-        const size_t i = row + x;
+        const size_t i = x;
         const V site = ~QUORIN_LANES_ODD(x, odd);
         const V gc = QUORIN_LANES_LOAD(g + i);
         const V c0 = QUORIN_LANES_LOAD(m + i - w - 1), c1 = QUORIN_LANES_LOAD(m + i + w + 1);
@@ -190,11 +170,11 @@ QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const ColourJob<1> &job, uint32_t y), 
     }
     // Rows too short for a block: the plain loop marks its fall-backs.
     std::memset(flags, 0, sizeof flags);
-    if (diagonalInnerLoop<1>(m, g, missing, row, w, odd, flags, x) != 0)
-        diagonalFixRow<1>(job, y, flags);
+    if (diagonalInnerLoop(m, g, missing, w, odd, flags, x) != 0)
+        diagonalFixRow(r, flags);
 });
 
-template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x, uint32_t y)
+void diagonalBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
 {
     const Area &a = job.f->area;
     int32_t sum = 0;
@@ -203,7 +183,7 @@ template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x
         for (int dx = -1; dx <= 1; dx += 2) {
             const int64_t cx = int64_t{x} + dx, cy = int64_t{y} + dy;
             if (cx >= 0 && cy >= 0 && cx < int64_t{a.w} && cy < int64_t{a.h}) {
-                sum += job.mosaic(static_cast<uint32_t>(cx), static_cast<uint32_t>(cy));
+                sum += job.mosaicAt(static_cast<uint32_t>(cx), static_cast<uint32_t>(cy));
                 ++n;
             }
         }
@@ -211,52 +191,40 @@ template <size_t S> void diagonalBorderPixel(const ColourJob<S> &job, uint32_t x
 }
 
 // Pass 4 over an inner row of split rows.
-void diagonalInnerSplit(const ColourJob<1> &job, uint32_t y)
+void diagonalInnerSplit(const PassRow &r)
 {
-    const size_t w = job.p.w;
-    const uint32_t odd = y & 1;
-    vec::diagonalSplitAvx512(job.splitMosaic + size_t{y} * w, job.p.row(kGreen, y), job.p.row(odd ? kRed : kBlue, y), w,
-                             odd);
+    vec::diagonalSplitAvx512(r.m, r.plane[kGreen], r.plane[r.odd ? kRed : kBlue], r.w, r.odd);
 }
 
 } // namespace
 
-template <size_t S> void redBlueAtRedBlueRow(const ColourJob<S> &job, uint32_t y, PlanarRowKernel planar)
+void redBlueAtRedBlueRow(const ColourJob &job, uint32_t y, PassRowKernel inner)
 {
     const Area &a = job.f->area;
-    {
-        const bool inner = y >= 1 && y + 2 <= a.h && a.w >= 3;
-        if (inner) {
-            if constexpr (S == 1)
-                planar(job, y);
-            else
-                diagonalInnerRow<S>(job, y);
-        }
-        // Red or blue sites outside the inner part: the whole row, or the
-        // first and last column.
-        const uint32_t parity = (y & 1) ? 1 : 0;
-        auto sites = [&](uint32_t from, uint32_t to) {
-            for (uint32_t x = from + ((from ^ parity) & 1); x < to; x += 2)
-                diagonalBorderPixel(job, x, y);
-        };
-        if (inner) {
-            sites(0, 1);
-            sites(a.w - 1, a.w);
-        } else {
-            sites(0, a.w);
-        }
+    const bool isInner = y >= 1 && y + 2 <= a.h && a.w >= 3;
+    if (isInner)
+        inner(passRow(job, y));
+    // Red or blue sites outside the inner part: the whole row, or the first
+    // and last column.
+    const uint32_t parity = (y & 1) ? 1 : 0;
+    auto sites = [&](uint32_t from, uint32_t to) {
+        for (uint32_t x = from + ((from ^ parity) & 1); x < to; x += 2)
+            diagonalBorderPixel(job, x, y);
+    };
+    if (isInner) {
+        sites(0, 1);
+        sites(a.w - 1, a.w);
+    } else {
+        sites(0, a.w);
     }
 }
 
-template <size_t S> PlanarRowKernel diagonalKernel(const ColourJob<S> &job)
+PassRowKernel diagonalKernel(const ColourJob &job)
 {
-    return rowKernel<DiagonalInnerNarrow, DiagonalInnerPlanar>(job, diagonalInnerSplit);
+    return job.p.half != 0 ? diagonalInnerSplit : job.narrow ? DiagonalInnerNarrow::pick() : DiagonalInnerPlanar::pick();
 }
 
-// The top row's red sites take blue from below, the bottom row's odd
-// pixels red from above (each edge reads and writes rows the other does
-// not touch).
-template <size_t S> void redBlueAtTop(const ColourJob<S> &job)
+void redBlueAtTop(const ColourJob &job)
 {
     const Area &a = job.f->area;
     if (a.h > 1)
@@ -264,7 +232,7 @@ template <size_t S> void redBlueAtTop(const ColourJob<S> &job)
             job.p.at(kBlue, x, 0) = job.p.at(kBlue, x, 1);
 }
 
-template <size_t S> void redBlueAtBottom(const ColourJob<S> &job)
+void redBlueAtBottom(const ColourJob &job)
 {
     const Area &a = job.f->area;
     if (a.h > 1)
@@ -272,26 +240,15 @@ template <size_t S> void redBlueAtBottom(const ColourJob<S> &job)
             job.p.at(kRed, x, a.h - 1) = job.p.at(kRed, x, a.h - 2);
 }
 
-template <size_t S> void redBlueAtRedBlue(const ColourJob<S> &job)
+void redBlueAtRedBlue(const ColourJob &job)
 {
     const int h = static_cast<int>(job.f->area.h);
-    const PlanarRowKernel planar = diagonalKernel(job);
+    const PassRowKernel inner = diagonalKernel(job);
 #pragma omp parallel for schedule(static)
     for (int yi = 0; yi < h; ++yi)
-        redBlueAtRedBlueRow(job, static_cast<uint32_t>(yi), planar);
+        redBlueAtRedBlueRow(job, static_cast<uint32_t>(yi), inner);
     redBlueAtTop(job);
     redBlueAtBottom(job);
 }
-
-template PlanarRowKernel diagonalKernel(const ColourJob<1> &job);
-template void redBlueAtRedBlueRow(const ColourJob<1> &job, uint32_t y, PlanarRowKernel planar);
-template void redBlueAtTop(const ColourJob<1> &job);
-template void redBlueAtBottom(const ColourJob<1> &job);
-template void redBlueAtRedBlue(const ColourJob<1> &job);
-template PlanarRowKernel diagonalKernel(const ColourJob<3> &job);
-template void redBlueAtRedBlueRow(const ColourJob<3> &job, uint32_t y, PlanarRowKernel planar);
-template void redBlueAtTop(const ColourJob<3> &job);
-template void redBlueAtBottom(const ColourJob<3> &job);
-template void redBlueAtRedBlue(const ColourJob<3> &job);
 
 } // namespace quorin::image

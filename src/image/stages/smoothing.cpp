@@ -12,18 +12,20 @@ using std::uint32_t;
 
 namespace {
 
-// Adaptive smoothing of the green sites of one row, from the copy c0 into
-// work, for every green site x of the row with x <= last. The division by
-// the weight (4 to 12) is done in single precision, which is exact here:
-// sums stay below 2^20, so a quotient is never within half a unit in the
-// last place of an integer it does not reach.
-QUORIN_ALWAYS_INLINE inline void smoothRow(const uint16_t *__restrict c0, uint16_t *__restrict work, size_t row,
-                                           size_t w, uint32_t odd, uint32_t last, uint32_t from = 1)
+// Adaptive smoothing of the green sites of one row (`here`, between the
+// balanced rows `above` and `below`) into `out`, which holds the row's
+// values: every green site x of the row from `from` with x <= last. The
+// division by the weight (4 to 12) is done in single precision, which is
+// exact here: sums stay below 2^20, so a quotient is never within half a
+// unit in the last place of an integer it does not reach.
+QUORIN_ALWAYS_INLINE inline void smoothRow(const uint16_t *__restrict above, const uint16_t *__restrict here,
+                                           const uint16_t *__restrict below, uint16_t *__restrict out, size_t w,
+                                           uint32_t odd, uint32_t last, uint32_t from = 1)
 {
     for (uint32_t x = from; x + 1 < w; ++x) {
-        const size_t i = row + x;
-        const int32_t c = c0[i];
-        const int32_t n[4] = {c0[i - w - 1], c0[i - w + 1], c0[i + w - 1], c0[i + w + 1]};
+        const size_t i = x;
+        const int32_t c = here[i];
+        const int32_t n[4] = {above[i - 1], above[i + 1], below[i - 1], below[i + 1]};
         int32_t sum = 4 * c, weight = 4;
         for (int32_t v : n) {
             const int32_t d = magnitude(c - v);
@@ -33,19 +35,21 @@ QUORIN_ALWAYS_INLINE inline void smoothRow(const uint16_t *__restrict c0, uint16
         }
         const auto smoothed = static_cast<int32_t>(static_cast<float>(sum) / static_cast<float>(weight));
         const bool green = ((x ^ odd) & 1u) != 0 && x <= last;
-        work[i] = static_cast<uint16_t>(choose(maskOf(green), smoothed, work[i]));
+        out[i] = static_cast<uint16_t>(choose(maskOf(green), smoothed, out[i]));
     }
 }
 
 QUORIN_KERNEL(SmoothRow,
-              (const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last),
-              smoothRow(c0, work, row, w, odd, last););
+              (const uint16_t *above, const uint16_t *here, const uint16_t *below, uint16_t *out, size_t w,
+               uint32_t odd, uint32_t last),
+              smoothRow(above, here, below, out, w, odd, last););
 
 // The same in 16-bit lanes when the copy holds values below 1024 (sums stay
 // below 12288), the division in single precision as above; the last columns
 // one by one.
 QUORIN_LANES_KERNEL(SmoothRowNarrow,
-              (const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last), {
+              (const uint16_t *above, const uint16_t *here, const uint16_t *below, uint16_t *out, size_t w,
+               uint32_t odd, uint32_t last), {
                   constexpr uint32_t kLanes = sizeof(V) / 2;
                   // The division takes half a register of sums at a time.
                   typedef std::int16_t Half __attribute__((vector_size(sizeof(V) / 2)));
@@ -58,11 +62,11 @@ QUORIN_LANES_KERNEL(SmoothRowNarrow,
                       // The last block ends at the last column, over columns
                       // done already: it writes the same values again.
                       x = std::min(x, end - kLanes);
-                      const size_t i = row + x;
+                      const size_t i = x;
                       const V green = QUORIN_LANES_ODD(x, odd);
-                      const V c = QUORIN_LANES_LOAD(c0 + i);
-                      const V n[4] = {QUORIN_LANES_LOAD(c0 + i - w - 1), QUORIN_LANES_LOAD(c0 + i - w + 1),
-                                      QUORIN_LANES_LOAD(c0 + i + w - 1), QUORIN_LANES_LOAD(c0 + i + w + 1)};
+                      const V c = QUORIN_LANES_LOAD(here + i);
+                      const V n[4] = {QUORIN_LANES_LOAD(above + i - 1), QUORIN_LANES_LOAD(above + i + 1),
+                                      QUORIN_LANES_LOAD(below + i - 1), QUORIN_LANES_LOAD(below + i + 1)};
                       V sum = c << 2, weight = V{} + 4;
                       for (const V v : n) {
                           const V d = QUORIN_LANES_MAGNITUDE(c - v);
@@ -81,53 +85,41 @@ QUORIN_LANES_KERNEL(SmoothRowNarrow,
                       V smoothed;
                       std::memcpy(&smoothed, quotients, sizeof smoothed);
                       const V mask = green & (column + static_cast<std::int16_t>(x) <= static_cast<std::int16_t>(last));
-                      QUORIN_LANES_STORE(work + i, QUORIN_LANES_PICK(mask, smoothed, QUORIN_LANES_LOAD(work + i)));
+                      QUORIN_LANES_STORE(out + i, QUORIN_LANES_PICK(mask, smoothed, QUORIN_LANES_LOAD(out + i)));
                       if (x + kLanes == end) {
                           x = end;
                           break;
                       }
                   }
-                  smoothRow(c0, work, row, w, odd, last, x); // rows too short for a block
+                  smoothRow(above, here, below, out, w, odd, last, x); // rows too short for a block
               });
 
 // The same with the intrinsic kernels of AVX-512 and AVX2 (see
-// kernels/vector_kernels.h), which divide by a reciprocal multiplication; rows too
-// short for their blocks one by one.
-void smoothRowAvx512(const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last)
+// kernels/vector_kernels.h), which divide by a reciprocal multiplication;
+// rows too short for their blocks one by one.
+void smoothRowAvx512(const uint16_t *above, const uint16_t *here, const uint16_t *below, uint16_t *out, size_t w,
+                     uint32_t odd, uint32_t last)
 {
-    const auto from = static_cast<uint32_t>(vec::smoothGreenAvx512(c0, work, row, w, odd, last));
-    smoothRow(c0, work, row, w, odd, last, from);
+    const auto from = static_cast<uint32_t>(vec::smoothGreenAvx512(above, here, below, out, w, odd, last));
+    smoothRow(above, here, below, out, w, odd, last, from);
 }
 
-void smoothRowAvx2(const uint16_t *c0, uint16_t *work, size_t row, size_t w, uint32_t odd, uint32_t last)
+void smoothRowAvx2(const uint16_t *above, const uint16_t *here, const uint16_t *below, uint16_t *out, size_t w,
+                   uint32_t odd, uint32_t last)
 {
-    const auto from = static_cast<uint32_t>(vec::smoothGreenAvx2(c0, work, row, w, odd, last));
-    smoothRow(c0, work, row, w, odd, last, from);
+    const auto from = static_cast<uint32_t>(vec::smoothGreenAvx2(above, here, below, out, w, odd, last));
+    smoothRow(above, here, below, out, w, odd, last, from);
 }
 
 } // namespace
 
-void greenSmoothing(const Frame &f, bool narrow)
+SmoothRowKernel smoothRowKernel(bool narrow)
 {
-    const Area &a = f.area;
-    const size_t w = a.w;
-    if (a.h < 3 || a.w < 3)
-        return;
-    auto kernel = narrow ? SmoothRowNarrow::pick() : SmoothRow::pick();
     if (narrow && vec::avx512Active())
-        kernel = smoothRowAvx512;
-    else if (narrow && vec::avx2Active())
-        kernel = smoothRowAvx2;
-    const int pairs = static_cast<int>((a.h - 1) / 2); // odd rows 1 .. H-2
-#pragma omp parallel for schedule(static)
-    for (int p = 0; p < pairs; ++p) {
-        const size_t y = 1 + 2 * size_t(p);
-        // Odd rows: green at even columns up to W-2; the even row below:
-        // green at odd columns up to W-3.
-        kernel(f.previous, f.work, y * w, w, 1, a.w - 2);
-        if (y + 3 <= a.h)
-            kernel(f.previous, f.work, (y + 1) * w, w, 0, a.w - 3);
-    }
+        return smoothRowAvx512;
+    if (narrow && vec::avx2Active())
+        return smoothRowAvx2;
+    return narrow ? SmoothRowNarrow::pick() : SmoothRow::pick();
 }
 
 } // namespace quorin::image

@@ -1,14 +1,21 @@
 // Green smoothing (colour mode 2): every inner green site of the balanced
 // mosaic becomes a weighted mean of itself and its diagonal neighbours,
-// read from a copy so that results never feed each other.
+// taken from the balanced rows, so that results never feed each other.
 #pragma once
 
 #include "image/frame.h"
 
+#include <cstddef>
+#include <cstdint>
+
 namespace quorin::image {
 
-// Smooths f.work from the copy in f.previous; narrow when every value is
-// below 1024 (16-bit lanes serve).
-void greenSmoothing(const Frame &f, bool narrow);
+// Smooths the green sites x <= last of row `here` (parity odd, between the
+// balanced rows above and below) into `out`, which holds the row's
+// balanced values and keeps them at every other site. narrow: every value
+// is below 1024 (16-bit lanes serve).
+using SmoothRowKernel = void (*)(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
+                                 std::uint16_t *out, std::size_t w, std::uint32_t odd, std::uint32_t last);
+SmoothRowKernel smoothRowKernel(bool narrow);
 
 } // namespace quorin::image
