@@ -261,9 +261,9 @@ template <void (*Stage)(Buffers &), bool Colour> void runStage(benchmark::State 
 
 namespace stage = quorin::image::stage;
 
-void sensorToBytesStage(Buffers &b)
+void greyStage(Buffers &b)
 {
-    stage::sensorToBytes(b.f, b.dest.data());
+    stage::grey(b.f, false, b.dest.data());
 }
 void defectsStage(Buffers &b)
 {
@@ -283,7 +283,7 @@ void colourWindowPassStage(Buffers &b)
 
 QUORIN_STAGE("BM_StageK5C_FirstPass", colourFirstPassStage, true);
 QUORIN_STAGE("BM_StageK5C_WindowPass", colourWindowPassStage, true);
-QUORIN_STAGE("BM_StageK5_SensorLookUp", sensorToBytesStage, false);
+QUORIN_STAGE("BM_StageK5_Grey", greyStage, false);
 QUORIN_STAGE("BM_StageK5_Defects", defectsStage, false);
 
 } // namespace

@@ -43,9 +43,11 @@
 #include "image/kernels/vector_kernels.h"
 #include "image/reference/stages.h"
 #include "image/schedule/colour_frame.h"
+#include "image/schedule/grey_pass.h"
 #include "image/schedule/team.h"
 #include "image/schedule/window_pass.h"
 #include "image/stages/colour_output.h"
+#include "image/stages/grey_output.h"
 #include "image/stages/defect_correction.h"
 #include "image/stages/interpolation.h"
 #include "image/stages/output.h"
@@ -75,13 +77,6 @@ ColourJob colourJob(const Frame &f, bool split, bool narrow)
     return job;
 }
 
-// The sensor stage fuses with the first pass unless rows hold parts of
-// groups or the crosstalk correction must see the whole frame.
-bool fusedSensor(const Frame &f)
-{
-    return f.area.w % 4 == 0 && !f.columnCorrect;
-}
-
 // Colour modes 1 and 2: both passes in one region; with values below 1024
 // (every frame but adversarial ones) in 16-bit lanes, in split rows where
 // the machine runs them, else again in natural rows and 32-bit values.
@@ -92,7 +87,7 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
         sensorPass(f);
         correctDefects(f);
     }
-    const SensorJob sensor = sensorJob(f);
+    const SensorJob sensor = fusedSensorJob(f);
     for (const bool narrow : {simd::active() != simd::Level::Scalar, false}) {
         const bool split = narrow && splitRowsFor(f);
         const ColourJob job = colourJob(f, split, narrow);
@@ -110,32 +105,24 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
 ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
 {
     const Area &a = f.area;
-    if (!f.colour && !sixteenBit && f.mode71 == 0 && !f.keepLiveCache) {
-        // Monochrome to 8 bits: each row is looked up as soon as it is
-        // corrected; defect correction then redoes the pixels it changes.
-        const OutputTable output(f.lut[0], f.outputShift);
-        auto *dest8 = static_cast<std::uint8_t *>(dest);
-        sensorPass(f, &output, dest8);
-        correctDefects(f, &output, dest8);
+    if (!f.colour || f.rawBayerOutput) {
+        // Grey frames: every row sensed, corrected and output in one pass.
+        const bool fused = fusedSensor(f);
+        if (!fused) {
+            sensorPass(f);
+            correctDefects(f);
+        }
+        const SensorJob sensor = fusedSensorJob(f);
+        const GreyOutput output(f, sixteenBit, dest);
+        greyFrame(f, fused ? &sensor : nullptr, output, teamSize());
         return ImageLayout::Grey;
     }
-    if (f.colour && !f.rawBayerOutput && (f.colourMode == 1 || f.colourMode == 2))
+    if (f.colourMode == 1 || f.colourMode == 2)
         return colourPipeline(f, sixteenBit, dest);
-    sensorPass(f);
-    correctDefects(f);
-    if (!f.colour) {
-        lookUpMono(f, sixteenBit, dest);
-        return ImageLayout::Grey;
-    }
-    if (f.rawBayerOutput) {
-        if (sixteenBit)
-            std::memcpy(dest, f.work, a.pixels() * 2);
-        else
-            reduceValues(f.work, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
-        return ImageLayout::Grey;
-    }
     // The bilinear colour modes, which no host can select (the colour mode
     // has no setter): the reference stages serve them.
+    sensorPass(f);
+    correctDefects(f);
     reference::bilinear(f.work, f.rgb, a, f.demosaicMethod, f.bilinearLut);
     if (f.matrixOn)
         reference::colourMatrix(f.rgb, f.matrix, a, f.demosaicMethod);
@@ -162,10 +149,11 @@ void sensor(const Frame &f)
     sensorPass(f);
 }
 
-void sensorToBytes(const Frame &f, std::uint8_t *dest)
+void grey(const Frame &f, bool sixteenBit, void *dest)
 {
-    const OutputTable output(f.lut[0], f.outputShift);
-    sensorPass(f, &output, dest);
+    const SensorJob sensor = fusedSensorJob(f);
+    const GreyOutput output(f, sixteenBit, dest);
+    greyFrame(f, &sensor, output, teamSize());
 }
 
 void defects(const Frame &f)
@@ -175,7 +163,7 @@ void defects(const Frame &f)
 
 void colourFirstPass(const Frame &f)
 {
-    const SensorJob sensor = sensorJob(f);
+    const SensorJob sensor = fusedSensorJob(f);
     const ColourJob job = colourJob(f, splitRowsFor(f), true);
     image::colourFirstPass(job, fusedSensor(f) ? &sensor : nullptr, teamSize());
 }

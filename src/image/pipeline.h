@@ -18,20 +18,20 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest);
 // ImageLayout::SplitPlanes. Returns that layout.
 ImageLayout planesFromMosaic(ImageLayout layout, const Area &area, std::uint16_t *rgb, std::uint16_t *previous);
 
-// The stages of process() one at a time, so that each can be measured
+// The passes of process() one at a time, so that each can be measured
 // alone. Each runs over the whole area, on every thread, as process()
-// runs it, and expects the frame's buffers as the stages before it leave
-// them. (process() fuses some of them: the monochrome look-up into the
-// sensor pass, and in colour the sensor and defect corrections into the
-// first pass, which runs beside the window pass.)
+// runs it, and expects the frame's buffers as the passes before it leave
+// them.
 namespace stage {
 
-// Unpacking and the sensor corrections into f.work.
+// Unpacking and the sensor corrections into f.work, over the whole frame
+// (as frames with the crosstalk correction take them).
 void sensor(const Frame &f);
-// The same, each row then looked up through f.lut[0] into 8-bit dest.
-void sensorToBytes(const Frame &f, std::uint8_t *dest);
-// Defect correction in f.work.
+// Defect correction in f.work, over the whole frame.
 void defects(const Frame &f);
+// A grey frame in its one pass: the sensor corrections, defects and the
+// output, row by row.
+void grey(const Frame &f, bool sixteenBit, void *dest);
 // Colour modes 1 and 2: the first pass (sensor corrections and defects
 // from the raw frame, balance and smoothing into the prepared mosaic),
 // then the window pass over that mosaic (interpolation and output).

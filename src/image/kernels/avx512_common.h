@@ -124,6 +124,47 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i b
     }
 }
 
+// Lane indices of the interleave of three 32-value planes S0, S1, S2 into
+// three vectors: lane e of vector o is output value P = 32 o + e, pixel
+// P / 3, slot P % 3.
+struct Triples16 {
+    std::uint16_t firstTwo[3][32]; // slot 0: pixel, slot 1: 32 + pixel
+    std::uint16_t third[3][32];    // pixel, where the slot is 2
+    std::uint32_t thirdMask[3];
+    constexpr Triples16() : firstTwo{}, third{}, thirdMask{}
+    {
+        for (unsigned o = 0; o < 3; ++o)
+            for (unsigned e = 0; e < 32; ++e) {
+                const unsigned P = 32 * o + e, s = P % 3, k = P / 3;
+                firstTwo[o][e] = static_cast<std::uint16_t>(s == 1 ? 32 + k : k);
+                third[o][e] = static_cast<std::uint16_t>(k);
+                if (s == 2)
+                    thirdMask[o] |= std::uint32_t{1} << e;
+            }
+    }
+};
+constexpr Triples16 kTriples16;
+
+// Interleaves three planes of 32 16-bit values (in slot order) into 3 n
+// values at out (n <= 32), with streaming stores when asked (n must be 32
+// and out on a 64-byte boundary).
+QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline void storeTriples16(const __m512i bySlot[3], std::size_t n,
+                                                                     std::uint16_t *out, bool stream = false)
+{
+    const std::size_t values = 3 * n;
+    for (unsigned o = 0; o < 3; ++o) {
+        const __m512i v = _mm512_mask_permutexvar_epi16(
+            _mm512_permutex2var_epi16(bySlot[0], _mm512_loadu_si512(kTriples16.firstTwo[o]), bySlot[1]),
+            kTriples16.thirdMask[o], _mm512_loadu_si512(kTriples16.third[o]), bySlot[2]);
+        if (stream)
+            _mm512_stream_si512(reinterpret_cast<__m512i *>(out + 32 * o), v);
+        else if (values >= 32 * (o + 1))
+            _mm512_storeu_si512(out + 32 * o, v);
+        else if (values > 32 * o)
+            _mm512_mask_storeu_epi16(out + 32 * o, firstHalf(values - 32 * o), v);
+    }
+}
+
 // ceil(2^18 / weight) for the smoothing's weights 5 to 12: the high half
 // of sum * entry, shifted right by 2, is sum / weight truncated for every
 // sum below 12288 (weight 4 means no neighbour counted: the value stays).

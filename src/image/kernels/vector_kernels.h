@@ -60,6 +60,50 @@ using RowHalves = const std::uint16_t *const[3][2];
 void matrixTriples8Vbmi(const RowHalves &rows, std::size_t n, bool split, const std::int16_t matrix[9],
                         const OutputTable *const tables[3], const unsigned slot[3], std::uint8_t *out);
 
+// The colour matrix (matrix null: none; coefficients of 16 bits, applied as
+// matrixTriples8Vbmi does) and the 16-bit look-up of a row of n pixels of
+// values below 1024, natural or split (AVX-512): the value of colour c
+// goes through tables[c] (1024 entries widened to 32 bits; null: the
+// identity) to out[c], in pixel order.
+void matrixLookUp16Avx512(const RowHalves &rows, std::size_t n, bool split, const std::int16_t *matrix,
+                          const std::uint32_t *const tables[3], std::uint16_t *const out[3]);
+
+// The same into triples: colour c of pixel k to out16[3 k + slot[c]],
+// and unless out8 is null also reduced to 8 bits (min(v >> outputShift,
+// 255)) to out8[3 k + slot[c]] (VBMI); whole rows on a 64-byte boundary
+// take streaming stores.
+void finishTriplesVbmi(const RowHalves &rows, std::size_t n, bool split, const std::int16_t *matrix,
+                       const std::uint32_t *const tables[3], const unsigned slot[3], std::uint16_t *out16,
+                       std::uint8_t *out8, unsigned outputShift);
+
+// n triples of 16-bit values from three planes in slot order (AVX-512);
+// whole rows of a destination on a 64-byte boundary take streaming stores.
+void interleave16Avx512(const std::uint16_t *const bySlot[3], std::size_t n, std::uint16_t *out);
+
+// Edge enhancement of rows of looked-up values no larger than 32767
+// (AVX-512): the luminance (77 s2 + 151 s1 + 28 s0) >> 8 of n pixels held
+// as planes by slot; and, for values no larger than 1023, the enhanced
+// inner pixels 1 .. w - 2 of a row (its planes by slot, the luminance of
+// it and the rows above and below) as 16-bit triples in out. The edge
+// kernel needs w >= 34 and returns false, doing nothing, on a shorter row;
+// its VBMI form also writes the triples reduced to 8 bits (v >>
+// outputShift, at most 255) into out8 and needs w >= 66.
+void lumaAvx512(const std::uint16_t *const bySlot[3], std::size_t n, std::uint16_t *luma);
+bool edgeRowAvx512(const std::uint16_t *const bySlot[3], const std::uint16_t *above, const std::uint16_t *here,
+                   const std::uint16_t *below, std::size_t w, unsigned shift, std::uint16_t *out);
+bool edgeRowBytesVbmi(const std::uint16_t *const bySlot[3], const std::uint16_t *above, const std::uint16_t *here,
+                      const std::uint16_t *below, std::size_t w, unsigned shift, unsigned outputShift,
+                      std::uint16_t *out, std::uint8_t *out8);
+
+// Monochrome edge enhancement of an inner row of looked-up values no
+// larger than 1023 (AVX-512): pixels 1 .. w - 2 of `here` plus ((4 L - L
+// left - L right - L above - L below) >> shift), limited to 0 .. 1023, the
+// first and last pixel as they are, into out; unless out8 is null also
+// reduced to 8 bits (min(v >> outputShift, 255)) into out8. Whole rows on
+// a 64-byte boundary take streaming stores.
+void edgeGreyRowAvx512(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
+                       std::size_t w, unsigned shift, std::uint16_t *out, std::uint8_t *out8, unsigned outputShift);
+
 // Adaptive smoothing of the green sites of one row of a mosaic whose values
 // are all below 1024: for each column x from 1 with ((x ^ odd) & 1) set and
 // x <= last, out[x] becomes the weighted mean of here[x] (weight 4) and its

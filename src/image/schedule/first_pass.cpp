@@ -20,10 +20,8 @@ FirstPass::FirstPass(const ColourJob &job, const SensorJob *sensor, uint32_t thr
 
 FirstPass::Thread::Thread(const FirstPass &pass)
 {
-    if (pass.sensor_ != nullptr) {
-        ringJob = *pass.sensor_;
-        ringJob.ring = ring;
-    }
+    if (pass.sensor_ != nullptr)
+        job = *pass.sensor_;
 }
 
 uint32_t FirstPass::run(uint32_t b, Thread &thread) const
@@ -61,7 +59,7 @@ uint16_t *FirstPass::rowOf(uint32_t y, Thread &thread) const
 void FirstPass::sense(uint32_t y, Thread &thread) const
 {
     if (sensor_ != nullptr)
-        sensorRow_(thread.ringJob, y);
+        sensorRow_(thread.job, y, rowOf(y, thread));
 }
 
 // Row y corrected for defects and balanced: to the mosaic, or with

@@ -42,7 +42,7 @@ public:
     struct Thread {
         alignas(64) uint16_t row[kSensorSide], spare[kSensorSide];
         alignas(64) uint16_t ring[kRingRows * kSensorSide], balanced[4 * kSensorSide];
-        SensorJob ringJob{};
+        SensorJob job{};
         explicit Thread(const FirstPass &pass);
     };
 

@@ -66,11 +66,11 @@ PlanarFinish::PlanarFinish(const ColourJob &job, std::uint8_t *dest)
         fits = fits && f_.matrix[k] >= -32768 && f_.matrix[k] <= 32767;
         narrowMatrix_[k] = static_cast<std::int16_t>(f_.matrix[k]);
     }
-    matrixNarrow_ = tableOutput_ && job.narrow && f_.matrixOn && fits;
-    // The AVX2 kernel serves without the matrix too, with the identity
+    // The vector kernels serve without the matrix too, with the identity
     // (which leaves values below 1024 as they are).
+    matrixNarrow_ = tableOutput_ && job.narrow && (fits || !f_.matrixOn);
     avx2Narrow_ = !tableOutput_ && vec::avx2Active() && job.narrow && job.p.half == 0 && (fits || !f_.matrixOn);
-    if (avx2Narrow_ && !f_.matrixOn)
+    if (!f_.matrixOn)
         for (int k = 0; k < 9; ++k)
             narrowMatrix_[k] = k % 4 == 0 ? 256 : 0;
 }

@@ -1,6 +1,7 @@
 #include "image/stages/colour_output.h"
 
 #include "image/kernels/portable.h"
+#include "image/kernels/vector_kernels.h"
 
 #include <algorithm>
 #include <cstring>
@@ -77,6 +78,27 @@ ColourOutput::ColourOutput(const ColourJob &job, bool sixteenBit, void *dest)
 {
     for (unsigned c = 0; c < 3; ++c)
         slot_[c] = channelSlot(f_.demosaicMethod, c);
+    bool fits = true;
+    for (int k = 0; k < 9; ++k) {
+        fits = fits && f_.matrix[k] >= -32768 && f_.matrix[k] <= 32767;
+        narrowMatrix_[k] = static_cast<std::int16_t>(f_.matrix[k]);
+    }
+    vectorFinish_ = vec::avx512Active() && job.narrow && (fits || !f_.matrixOn);
+    uint32_t largest = 0;
+    for (unsigned c = 0; c < 3; ++c)
+        for (uint32_t i = 0; i < 1024; ++i)
+            largest = std::max<uint32_t>(largest, f_.lut[c][i]);
+    vectorEdge_ = vec::avx512Active() && largest <= kMaxValue;
+    if (!vectorFinish_ || !(sixteenBit || cache_))
+        return;
+    for (unsigned c = 0; c < 3; ++c) {
+        bool identity = true;
+        for (uint32_t i = 0; i < 1024; ++i) {
+            wideTables_[c][i] = f_.lut[c][i];
+            identity = identity && f_.lut[c][i] == i;
+        }
+        tables_[c] = identity ? nullptr : wideTables_[c];
+    }
 }
 
 void ColourOutput::begin(Thread &t, uint32_t first, uint32_t end) const
@@ -88,8 +110,16 @@ void ColourOutput::begin(Thread &t, uint32_t first, uint32_t end) const
 // Row y after the matrix and the look-up, as planes of colours.
 void ColourOutput::lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3]) const
 {
-    static const auto lookUpBlock = LookUpBlock::pick();
     const size_t w = a_.w;
+    if (vectorFinish_) {
+        const uint16_t *rows[3][2];
+        for (unsigned c = 0; c < 3; ++c)
+            for (unsigned h = 0; h < 2; ++h)
+                rows[c][h] = job.rowHalf(c, y, h);
+        vec::matrixLookUp16Avx512(rows, w, job.p.half != 0, f_.matrixOn ? narrowMatrix_ : nullptr, tables_, out);
+        return;
+    }
+    const auto lookUpBlock = LookUpBlock::pick();
     for (size_t x0 = 0; x0 < w; x0 += kBlock) {
         const size_t n = std::min(kBlock, w - x0);
         const uint16_t *in[3];
@@ -111,7 +141,10 @@ void ColourOutput::store16(uint16_t *const values[3], uint16_t *out) const
     const uint16_t *bySlot[3];
     for (unsigned c = 0; c < 3; ++c)
         bySlot[slot_[c]] = values[c];
-    Interleave16::pick()(bySlot, a_.w, out);
+    if (vec::avx512Active())
+        vec::interleave16Avx512(bySlot, a_.w, out);
+    else
+        Interleave16::pick()(bySlot, a_.w, out);
 }
 
 void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
@@ -120,6 +153,18 @@ void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
     if (!edge_) {
         if (y < t.first || y >= t.end)
             return;
+        if (vectorFinish_ && vec::vbmiActive() && (sixteenBit_ || cache_)) {
+            // Matrix and look-up once for both depths where VBMI packs the bytes.
+            const uint16_t *rows[3][2];
+            for (unsigned c = 0; c < 3; ++c)
+                for (unsigned h = 0; h < 2; ++h)
+                    rows[c][h] = job.rowHalf(c, y, h);
+            const std::int16_t *matrix = f_.matrixOn ? narrowMatrix_ : nullptr;
+            uint16_t *out16 = sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row;
+            vec::finishTriplesVbmi(rows, w, job.p.half != 0, matrix, tables_, slot_, out16,
+                                   sixteenBit_ ? nullptr : dest8_ + 3 * row, f_.outputShift);
+            return;
+        }
         if (!sixteenBit_)
             bytes_.row(job, y);
         if (sixteenBit_ || cache_) {
@@ -136,7 +181,10 @@ void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
     const uint16_t *bySlot[3];
     for (unsigned c = 0; c < 3; ++c)
         bySlot[slot_[c]] = values[c];
-    Luma::pick()(bySlot, w, t.luma[y % 3]);
+    if (vectorEdge_)
+        vec::lumaAvx512(bySlot, w, t.luma[y % 3]);
+    else
+        Luma::pick()(bySlot, w, t.luma[y % 3]);
     if (y >= 1 && y - 1 >= t.first && y - 1 < t.end)
         emitEdge(y - 1, t);
     if (y + 1 == a_.h && y >= t.first && y < t.end)
@@ -153,18 +201,27 @@ void ColourOutput::emitEdge(uint32_t y, Thread &t) const
     uint16_t *out = sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row;
     // The top and bottom rows, and the first and last pixel of every
     // row, as looked up.
+    bool reduced = false;
     if (y == 0 || y + 1 == a_.h) {
         store16(values, out);
     } else {
         const uint16_t *bySlot[3];
         for (unsigned c = 0; c < 3; ++c)
             bySlot[slot_[c]] = values[c];
-        EdgeRow::pick()(bySlot, t.luma[(y - 1) % 3], t.luma[y % 3], t.luma[(y + 1) % 3], w, edgeShift_, out);
+        const uint16_t *above = t.luma[(y - 1) % 3], *here = t.luma[y % 3], *below = t.luma[(y + 1) % 3];
+        if (!sixteenBit_ && vectorEdge_ && vec::vbmiActive())
+            reduced = vec::edgeRowBytesVbmi(bySlot, above, here, below, w, edgeShift_, f_.outputShift, out,
+                                            dest8_ + 3 * row);
+        if (!reduced && (!vectorEdge_ || !vec::edgeRowAvx512(bySlot, above, here, below, w, edgeShift_, out)))
+            EdgeRow::pick()(bySlot, above, here, below, w, edgeShift_, out);
         for (const size_t x : {size_t{0}, w - 1})
-            for (unsigned s = 0; s < 3; ++s)
+            for (unsigned s = 0; s < 3; ++s) {
                 out[3 * x + s] = bySlot[s][x];
+                if (reduced)
+                    dest8_[3 * (row + x) + s] = reduce8(bySlot[s][x], f_.outputShift);
+            }
     }
-    if (!sixteenBit_)
+    if (!sixteenBit_ && !reduced)
         Reduce8::pick()(out, 3 * w, dest8_ + 3 * row, f_.outputShift);
 }
 

@@ -52,6 +52,14 @@ private:
     const PlanarFinish bytes_; // 8-bit triples straight from the planes
     MatrixBlockKernel matrix_;
     unsigned slot_[3];
+    // The AVX-512 kernels serve values below 1024 with a matrix of 16-bit
+    // coefficients (or none): the tables widened, the identity left out.
+    bool vectorFinish_ = false;
+    // The AVX-512 edge kernels serve tables whose values stay below 1024.
+    bool vectorEdge_ = false;
+    std::int16_t narrowMatrix_[9];
+    const std::uint32_t *tables_[3] = {};
+    alignas(64) std::uint32_t wideTables_[3][1024];
 };
 
 } // namespace quorin::image

@@ -14,7 +14,7 @@ const DefectSet &defectSet(const Frame &f, std::optional<DefectSet> &local)
     return local.emplace(f.defects, std::min<uint32_t>(f.defectCount, 1024));
 }
 
-void correctDefects(const Frame &f, const vec::OutputTable *output, std::uint8_t *dest8)
+void correctDefects(const Frame &f)
 {
     if (!f.defectCorrect || f.defectCount == 0)
         return;
@@ -23,11 +23,8 @@ void correctDefects(const Frame &f, const vec::OutputTable *output, std::uint8_t
     const int count = static_cast<int>(set.distinctCount());
     const uint32_t *entries = set.distinct();
 #pragma omp parallel for schedule(static) if (count >= 256)
-    for (int k = 0; k < count; ++k) {
-        const size_t i = correctDefect(f, set, entries[k], [&f](uint32_t y) { return f.work + size_t{y} * f.area.w; });
-        if (i != SIZE_MAX && dest8 != nullptr)
-            dest8[i] = output->bytes[lutIndex(f.work[i])];
-    }
+    for (int k = 0; k < count; ++k)
+        correctDefect(f, set, entries[k], [&f](uint32_t y) { return f.work + size_t{y} * f.area.w; });
 }
 
 } // namespace quorin::image

@@ -5,7 +5,6 @@
 #pragma once
 
 #include "image/frame.h"
-#include "image/kernels/output_table.h"
 #include "image/kernels/simd.h"
 #include "image/stages/defect_sets.h"
 
@@ -59,9 +58,8 @@ QUORIN_ALWAYS_INLINE inline std::size_t correctDefect(const Frame &f, const Defe
     return std::size_t{y} * a.w + x;
 }
 
-// Defect correction of f.work; when output is given, each corrected
-// pixel's output value in dest8 is written again. The pixels are
-// independent, so they are corrected in parallel.
-void correctDefects(const Frame &f, const vec::OutputTable *output = nullptr, std::uint8_t *dest8 = nullptr);
+// Defect correction of f.work. The pixels are independent, so they are
+// corrected in parallel.
+void correctDefects(const Frame &f);
 
 } // namespace quorin::image

@@ -1,6 +1,5 @@
 #include "image/stages/output.h"
 
-#include "image/kernels/output_table.h"
 #include "image/kernels/simd.h"
 #include "image/reference/stages.h"
 
@@ -32,34 +31,6 @@ void reduceValues(const uint16_t *in, size_t count, std::uint8_t *out, uint32_t 
 #pragma omp parallel for schedule(static)
     for (long c = 0; c < chunks; ++c)
         kernel(in, size_t(c) * kChunk, std::min(count, size_t(c + 1) * kChunk), out, shift);
-}
-
-void lookUpMono(const Frame &f, bool sixteenBit, void *dest)
-{
-    const Area &a = f.area;
-    const long n = static_cast<long>(a.pixels());
-    const uint16_t *table = f.lut[0];
-    if (f.mode71 != 0) {
-        uint16_t *target = sixteenBit ? static_cast<uint16_t *>(dest) : f.cache;
-        reference::edgeMono(f.work, target, table, a, edgeShift(f.mode71));
-        if (!sixteenBit)
-            reduceValues(f.cache, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
-        return;
-    }
-    if (sixteenBit || f.keepLiveCache) {
-        uint16_t *target = sixteenBit ? static_cast<uint16_t *>(dest) : f.cache;
-#pragma omp parallel for schedule(static)
-        for (long i = 0; i < n; ++i)
-            target[i] = table[lutIndex(f.work[i])];
-        if (!sixteenBit)
-            reduceValues(f.cache, a.pixels(), static_cast<std::uint8_t *>(dest), f.outputShift);
-        return;
-    }
-    const vec::OutputTable reduced(table, f.outputShift);
-    auto *d = static_cast<std::uint8_t *>(dest);
-#pragma omp parallel for schedule(static)
-    for (long i = 0; i < n; ++i)
-        d[i] = reduced.bytes[lutIndex(f.work[i])];
 }
 
 void outputColour(const Frame &f, bool sixteenBit, void *dest)

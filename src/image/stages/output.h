@@ -1,6 +1,5 @@
-// The output stage of finished images: the 8-bit reduction, the
-// monochrome look-up and the output of a finished 16-bit colour image,
-// with edge enhancement and the live cache as the request asks.
+// The output of a finished 16-bit colour image of the bilinear colour
+// modes, with edge enhancement and the live cache as the request asks.
 #pragma once
 
 #include "image/frame.h"
@@ -12,8 +11,6 @@ namespace quorin::image {
 
 // The 8-bit reduction of count values, in chunks split statically.
 void reduceValues(const std::uint16_t *in, std::size_t count, std::uint8_t *out, std::uint32_t shift);
-// The monochrome look-up (and edge enhancement) of f.work into dest.
-void lookUpMono(const Frame &f, bool sixteenBit, void *dest);
 // The finished 16-bit RGB image in f.rgb to the destination: edge
 // enhancement, the live cache and the 8-bit reduction as the request asks.
 void outputColour(const Frame &f, bool sixteenBit, void *dest);

@@ -2,7 +2,7 @@
 
 #include "image/kernels/simd.h"
 #include "image/kernels/vector_kernels.h"
-#include "image/reference/stages.h"
+#include "image/stages/crosstalk.h"
 
 #include <cstring>
 
@@ -14,61 +14,64 @@ using std::size_t;
 using std::uint16_t;
 using std::uint32_t;
 
-// Row y of the area: unpack (when whole groups lie in the row), subtract
-// the dark frame, apply the pixel gain.
+// Row y of the area into row: unpack (when whole groups lie in the row),
+// subtract the dark frame, correct the crosstalk (when the job says so),
+// apply the pixel gain.
 template <bool Unpack>
-QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
+QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y, uint16_t *row)
 {
     const Frame &f = *job.f;
     const Area &a = f.area;
-    uint16_t *row = job.ring != nullptr ? job.ring + size_t{y % kRingRows} * a.w : f.work + size_t{y} * a.w;
     const size_t table = size_t{a.y0 + y} * kSensorSide + a.x0;
-    bool corrected = false;
-    if constexpr (Unpack) {
-        if (job.vbmiRow) {
-            // All of it in registers, 32 values at a time.
-            vec::sensorRowVbmi(f.raw + size_t{y} * a.w / 4 * 5, a.w / 4, job.dark ? f.dark + table : nullptr,
-                               job.darkVector, job.gain && !job.constantGain ? job.gainTable + table : nullptr,
-                               job.gain && job.constantGain ? 997 : 0, row);
-            corrected = true;
-        }
-    }
-    if (Unpack && !corrected) {
-        // Each group is a 40-bit little-endian number; read it as 64 bits
-        // (a frame is at most 1.25 MiB of the 2 MiB buffer, so the three
-        // bytes beyond the last group are always inside it).
-        const std::uint8_t *in = f.raw + size_t{y} * a.w / 4 * 5;
-        uint32_t g = 0;
-        if (job.shuffleUnpack) {
-            const size_t frameBytes = a.pixels() / 4 * 5;
-            g = static_cast<uint32_t>(
-                vec::unpackGroupsAvx2(in, a.w / 4, frameBytes - size_t{y} * a.w / 4 * 5, row));
-        }
-        for (; g < a.w / 4; ++g) {
-            std::uint64_t v;
-            std::memcpy(&v, in + 5 * g, sizeof v);
-            row[4 * g] = static_cast<uint16_t>(v & 0x3FF);
-            row[4 * g + 1] = static_cast<uint16_t>((v >> 10) & 0x3FF);
-            row[4 * g + 2] = static_cast<uint16_t>((v >> 20) & 0x3FF);
-            row[4 * g + 3] = static_cast<uint16_t>((v >> 30) & 0x3FF);
-        }
-    }
-    if (job.dark && !corrected) {
-        const uint16_t *d = f.dark + table;
-        if (job.darkVector) {
-            for (uint32_t x = 0; x < a.w; ++x) {
-                int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
-                v = v < 0 ? 0 : v;
-                row[x] = static_cast<uint16_t>(v > kMaxValue ? kMaxValue : v);
+    bool gainDone = false;
+    if (Unpack && job.vbmiRow) {
+        // All of it in registers, 32 values at a time; the gain after the
+        // crosstalk correction when there is one.
+        const bool gain = job.gain && !job.crosstalk;
+        vec::sensorRowVbmi(f.raw + size_t{y} * a.w / 4 * 5, a.w / 4, job.dark ? f.dark + table : nullptr,
+                           job.darkVector, gain && !job.constantGain ? job.gainTable + table : nullptr,
+                           gain && job.constantGain ? 997 : 0, row);
+        gainDone = gain;
+    } else {
+        if constexpr (Unpack) {
+            // Each group is a 40-bit little-endian number; read it as 64
+            // bits (a frame is at most 1.25 MiB of the 2 MiB buffer, so the
+            // three bytes beyond the last group are always inside it).
+            const std::uint8_t *in = f.raw + size_t{y} * a.w / 4 * 5;
+            uint32_t g = 0;
+            if (job.shuffleUnpack) {
+                const size_t frameBytes = a.pixels() / 4 * 5;
+                g = static_cast<uint32_t>(
+                    vec::unpackGroupsAvx2(in, a.w / 4, frameBytes - size_t{y} * a.w / 4 * 5, row));
             }
-        } else {
-            for (uint32_t x = 0; x < a.w; ++x) {
-                const int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
-                row[x] = static_cast<uint16_t>(v < 1 ? 0 : v);
+            for (; g < a.w / 4; ++g) {
+                std::uint64_t v;
+                std::memcpy(&v, in + 5 * g, sizeof v);
+                row[4 * g] = static_cast<uint16_t>(v & 0x3FF);
+                row[4 * g + 1] = static_cast<uint16_t>((v >> 10) & 0x3FF);
+                row[4 * g + 2] = static_cast<uint16_t>((v >> 20) & 0x3FF);
+                row[4 * g + 3] = static_cast<uint16_t>((v >> 30) & 0x3FF);
             }
         }
+        if (job.dark) {
+            const uint16_t *d = f.dark + table;
+            if (job.darkVector) {
+                for (uint32_t x = 0; x < a.w; ++x) {
+                    int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
+                    v = v < 0 ? 0 : v;
+                    row[x] = static_cast<uint16_t>(v > kMaxValue ? kMaxValue : v);
+                }
+            } else {
+                for (uint32_t x = 0; x < a.w; ++x) {
+                    const int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
+                    row[x] = static_cast<uint16_t>(v < 1 ? 0 : v);
+                }
+            }
+        }
     }
-    if (job.gain && !corrected) {
+    if (job.crosstalk)
+        crosstalkRow(row, a, y);
+    if (job.gain && !gainDone) {
         if (job.constantGain) {
             for (uint32_t x = 0; x < a.w; ++x) {
                 const auto p = static_cast<uint16_t>((uint32_t{row[x]} * 997u) >> 9);
@@ -82,29 +85,21 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y)
             }
         }
     }
-    if (job.dest8 != nullptr) {
-        std::uint8_t *out = job.dest8 + size_t{y} * a.w;
-        if (job.tableOutput)
-            vec::lookUp8Vbmi(row, a.w, *job.output, out);
-        else if (job.gatherOutput)
-            vec::lookUp8Avx2(row, a.w, *job.output, out);
-        else
-            for (uint32_t x = 0; x < a.w; ++x)
-                out[x] = job.output->bytes[lutIndex(row[x])];
-    }
 }
 
-QUORIN_KERNEL(SensorRowFused, (const SensorJob &job, uint32_t y), sensorRow<true>(job, y););
-QUORIN_KERNEL(SensorRowCorrect, (const SensorJob &job, uint32_t y), sensorRow<false>(job, y););
+QUORIN_KERNEL(SensorRowFused, (const SensorJob &job, uint32_t y, uint16_t *row), sensorRow<true>(job, y, row););
+QUORIN_KERNEL(SensorRowCorrect, (const SensorJob &job, uint32_t y, uint16_t *row), sensorRow<false>(job, y, row););
 
-// Runs a row kernel over every row of the area, rows split statically.
-template <typename Kernel, typename Job> void forEachRow(const Job &job, uint32_t rows)
+// Runs a row kernel over every row of the area into f.work, rows split
+// statically.
+template <typename Kernel> void forEachRow(const SensorJob &job)
 {
     const auto kernel = Kernel::pick();
-    const int h = static_cast<int>(rows);
+    const Frame &f = *job.f;
+    const int h = static_cast<int>(f.area.h);
 #pragma omp parallel for schedule(static)
     for (int y = 0; y < h; ++y)
-        kernel(job, static_cast<uint32_t>(y));
+        kernel(job, static_cast<uint32_t>(y), f.work + size_t(y) * f.area.w);
 }
 
 void unpackParallel(const std::uint8_t *raw, size_t pixels, uint16_t *work)
@@ -128,7 +123,7 @@ SensorRowKernel sensorRowKernel()
     return SensorRowFused::pick();
 }
 
-SensorJob sensorJob(const Frame &f, const OutputTable *output, std::uint8_t *dest8)
+SensorJob sensorJob(const Frame &f)
 {
     const Kernel kernel = kernelFor(f.kernelVariant);
     SensorJob job{&f, f.darkSubtract && kernel != Kernel::Skip, kernel == Kernel::Vector, nullptr, false, false};
@@ -137,36 +132,42 @@ SensorJob sensorJob(const Frame &f, const OutputTable *output, std::uint8_t *des
         job.constantGain = f.pixelGainMode == 3;
         job.gainTable = f.pixelGainMode == 1 ? f.gainA : f.pixelGainMode == 2 ? f.gainB : nullptr;
     }
-    job.output = output;
-    job.dest8 = dest8;
     job.shuffleUnpack = vec::avx2Active();
     job.vbmiRow = vec::vbmiActive();
-    job.tableOutput = vec::vbmiActive();
-    job.gatherOutput = vec::avx2Active();
     return job;
 }
 
-void sensorPass(const Frame &f, const OutputTable *output, std::uint8_t *dest8)
+bool fusedSensor(const Frame &f)
 {
-    const SensorJob job = sensorJob(f, output, dest8);
+    return f.area.w % 4 == 0 && (!f.columnCorrect || f.area.h == f.area.w);
+}
+
+SensorJob fusedSensorJob(const Frame &f)
+{
+    SensorJob job = sensorJob(f);
+    job.crosstalk = f.columnCorrect;
+    return job;
+}
+
+void sensorPass(const Frame &f)
+{
+    const SensorJob job = sensorJob(f);
     // The crosstalk correction sits between dark and gain: split there.
     const bool split = f.columnCorrect;
     SensorJob first = job;
-    if (split) {
+    if (split)
         first.gain = false;
-        first.dest8 = nullptr;
-    }
     if (f.area.w % 4 == 0) {
-        forEachRow<SensorRowFused>(first, f.area.h);
+        forEachRow<SensorRowFused>(first);
     } else {
         unpackParallel(f.raw, f.area.pixels(), f.work);
-        forEachRow<SensorRowCorrect>(first, f.area.h);
+        forEachRow<SensorRowCorrect>(first);
     }
     if (split) {
-        reference::crosstalk(f.work, f.area);
+        crosstalk(f.work, f.area);
         SensorJob gainOnly = job;
         gainOnly.dark = false;
-        forEachRow<SensorRowCorrect>(gainOnly, f.area.h);
+        forEachRow<SensorRowCorrect>(gainOnly);
     }
 }
 
