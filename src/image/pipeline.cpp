@@ -1,42 +1,32 @@
 // The shipped pixel pipeline: which path a frame takes. It produces
-// exactly what the reference stages produce, organised for speed; the
-// layout of this folder follows that organisation:
-//  - stages/: what each stage computes over a row or a range of rows
-//    (sensor corrections, defects, balance, smoothing, the three
-//    interpolation passes, the colour finish, the output);
-//  - schedule/: how stages are fused and run on the thread team (bands,
-//    rings and windows of rows);
-//  - kernels/: the vector kernels per instruction set, and the one
-//    dispatch point that picks the level (kernels/simd.h).
-// In short:
-//  - unpacking (byte shuffles with AVX2, byte permutes with VBMI), dark
-//    subtraction, pixel gain and, for monochrome 8-bit output, the look-up
-//    run as one pass per row;
-//  - defect correction looks neighbours up in a hash set of the list (kept
-//    by the device between frames, see stages/defect_sets.h) and corrects the pixels
-//    in parallel (a corrected pixel never feeds another one: listed
-//    neighbours are excluded, so the order of the list does not matter);
-//  - colour balance, the copy for green smoothing and the check that every
-//    value is below 1024 are one pass;
-//  - when only the 8-bit result is wanted, the colours are planes: the
-//    interpolation passes and the output (colour matrix, look-up, 8-bit
-//    reduction, interleaving) run row after row over each thread's band of
-//    rows, and with values below 1024 the passes compute in 16-bit lanes;
-//  - with AVX-512 VBMI the planes hold split rows (even columns, then odd
-//    ones): balance, smoothing and the interpolation passes then compute
-//    only the sites each one changes, whole registers at a time; the
-//    sensor corrections through the smoothing run as one pass over bands
-//    of rows, and the interpolation and output in bands of 32 rows whose
-//    planes live only in a window of rows on their thread, the two in one
-//    parallel region;
-//  - the 1024-entry 8-bit look-up runs as in-register table look-ups where
-//    the processor has AVX-512 VBMI (see kernels/vector_kernels.h), and as
-//    a shift when the table is straight (the identity table a camera opens
-//    with);
-//  - per-row passes are OpenMP loops (static schedules, dynamic ones where
-//    rows take unequal time), and the inner loops are written so that the
-//    compiler vectorises them for the instruction set picked at run time
-//    (see kernels/simd.h).
+// exactly what the reference stages (reference/) produce, organised for
+// speed, and the layout of this folder follows that organisation:
+//  - stages/: what each stage computes over a row or a range of rows: the
+//    sensor corrections (unpacking, dark frame, crosstalk, pixel gain),
+//    defects, balance, smoothing, the three interpolation passes, the
+//    colour finish (matrix and look-up) and the outputs of grey and colour
+//    frames (8 or 16 bits, the live cache, edge enhancement);
+//  - schedule/: how the stages are fused and run on the thread team: a
+//    grey frame in one pass over bands of rows (grey_pass), a colour frame
+//    in a first pass over bands (first_pass) and a window pass over bands
+//    of 32 rows (window_pass), the two in one parallel region
+//    (colour_frame);
+//  - kernels/: the kernels written with intrinsics, one file per family and
+//    instruction set, and the one dispatch point that picks the level
+//    (kernels/simd.h, kernels/dispatch.cpp).
+// Every row is taken through all its stages while it is in cache: a grey
+// row is sensed, corrected and output a row or two behind; a colour row is
+// sensed, corrected and balanced into rings of rows on its thread, then
+// smoothed into the prepared mosaic, and a window band interpolates its
+// rows (and, for edge enhancement, one row beyond each end) in a window of
+// rows and hands each finished row to the output. The rows beyond a band
+// that its stages read are done again on the band's thread, so that no
+// thread waits for another (a window band waits only for the first-pass
+// bands it reads). With AVX-512 VBMI the colour planes keep split rows
+// (even columns, then odd ones), so that each interpolation pass computes
+// only the sites it changes; with values below 1024 (every frame but
+// adversarial ones) the passes compute in 16-bit lanes, and a frame whose
+// balanced values reach 1024 is done again in 32-bit values.
 #include "image/pipeline.h"
 
 #include "image/kernels/simd.h"

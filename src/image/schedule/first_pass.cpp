@@ -83,6 +83,12 @@ uint32_t FirstPass::prepare(uint32_t y, bool own, Thread &thread) const
     } else {
         balanceRow_(f_, y, kernel_ == Kernel::Vector, from, to, &bits);
     }
+    // The 16-bit lanes of a narrow job must not see a value above 1023
+    // (their sums would overflow): such a frame is done again in 32-bit
+    // values, and this one only has to stay within bounds.
+    if (job_.narrow && bits > kMaxValue)
+        for (size_t x = 0; x < w_; ++x)
+            to[x] = std::min(to[x], kMaxValue);
     return bits;
 }
 

@@ -100,6 +100,11 @@ void edgeColumns(uint16_t *row, int32_t w, size_t r, size_t step)
 
 } // namespace
 
+bool crosstalkRowsIndependent(const Area &a)
+{
+    return a.h >= a.w && (a.w >= 96 || a.x0 + a.w <= 992);
+}
+
 void crosstalkRow(std::uint16_t *row, const Area &a, std::uint32_t r)
 {
     const int32_t w = static_cast<int32_t>(a.w);
@@ -117,9 +122,9 @@ void crosstalk(std::uint16_t *work, const Area &a)
     const bool edge = reachesEdge && w >= 32;
     const auto rules = CrosstalkRules::pick();
     // Each row starts H values after the last, whatever the width: rows
-    // overlap when the area is wider than high, and then run in order.
+    // that overlap or read the row before run in order.
     const size_t step = a.h;
-    if (a.h < a.w) {
+    if (!crosstalkRowsIndependent(a)) {
         for (size_t r = 0; r < a.h; ++r) {
             uint16_t *row = work + r * step;
             rules(&row, 1, 32, lastRuleColumn);

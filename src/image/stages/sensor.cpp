@@ -139,7 +139,8 @@ SensorJob sensorJob(const Frame &f)
 
 bool fusedSensor(const Frame &f)
 {
-    return f.area.w % 4 == 0 && (!f.columnCorrect || f.area.h == f.area.w);
+    const Area &a = f.area;
+    return a.w % 4 == 0 && (!f.columnCorrect || (a.h == a.w && crosstalkRowsIndependent(a)));
 }
 
 SensorJob fusedSensorJob(const Frame &f)

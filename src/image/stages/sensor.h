@@ -33,7 +33,8 @@ SensorRowKernel sensorRowKernel();
 SensorJob sensorJob(const Frame &f);
 // Whether the sensor stage can run row by row inside a later pass: rows of
 // whole groups, and no crosstalk correction, or one whose rows are the
-// area's rows (a square area: its rows step by the height).
+// area's rows (a square area: its rows step by the height) and read only
+// their own row.
 bool fusedSensor(const Frame &f);
 // The sensor corrections of a fused pass, the crosstalk correction
 // included.
