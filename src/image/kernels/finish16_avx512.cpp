@@ -110,8 +110,10 @@ QUORIN_TARGET_AVX512 void matrixLookUp16Avx512(const RowHalves &rows, std::size_
 
 namespace {
 
-// Whole rows on a 64-byte boundary take streaming stores: nothing reads
-// them soon.
+// Whole rows of 8-bit triples on a 64-byte boundary take streaming
+// stores: nothing reads them soon. (The 16-bit triples do not: beside the
+// bytes, or where the frame is small enough to stay in the last-level
+// cache, streaming them costs more than it saves.)
 inline bool streams(const void *out, std::size_t n)
 {
     return (reinterpret_cast<std::uintptr_t>(out) & 63) == 0 && n % 64 == 0;
@@ -129,14 +131,14 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void finishRow(const RowHalves &r
     constexpr unsigned kFirst = BlueFirst ? 2 : 0, kLast = BlueFirst ? 0 : 2;
     const Matrix16 m = matrix != nullptr ? matrix16(matrix) : Matrix16{};
     const __m128i reduce = _mm_cvtsi32_si128(static_cast<int>(outputShift));
-    const bool stream16 = streams(out16, n), stream8 = Bytes && streams(out8, n);
+    const bool stream8 = Bytes && streams(out8, n);
     for (std::size_t k = 0; k < n; k += 64) {
         const std::size_t left = n - k;
         __m512i v[3][2];
         finish64(rows, k, left, split, matrix != nullptr ? &m : nullptr, tables, v);
         for (unsigned h = 0; h < 2 && left > 32 * h; ++h) {
             const __m512i bySlot[3] = {v[kFirst][h], v[1][h], v[kLast][h]};
-            storeTriples16(bySlot, std::min<std::size_t>(left - 32 * h, 32), out16 + 3 * (k + 32 * h), stream16);
+            storeTriples16(bySlot, std::min<std::size_t>(left - 32 * h, 32), out16 + 3 * (k + 32 * h));
         }
         if constexpr (Bytes) {
             // v >> outputShift, at most 255: the pack saturates.
@@ -147,7 +149,7 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void finishRow(const RowHalves &r
             storeTriples(bySlot, std::min<std::size_t>(left, 64), out8 + 3 * k, kInterleavePacked, stream8);
         }
     }
-    if (stream16 || stream8)
+    if (stream8)
         _mm_sfence();
 }
 

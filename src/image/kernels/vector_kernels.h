@@ -70,8 +70,8 @@ void matrixLookUp16Avx512(const RowHalves &rows, std::size_t n, bool split, cons
 
 // The same into triples: colour c of pixel k to out16[3 k + slot[c]],
 // and unless out8 is null also reduced to 8 bits (min(v >> outputShift,
-// 255)) to out8[3 k + slot[c]] (VBMI); whole rows on a 64-byte boundary
-// take streaming stores.
+// 255)) to out8[3 k + slot[c]] (VBMI); whole rows of bytes on a 64-byte
+// boundary take streaming stores.
 void finishTriplesVbmi(const RowHalves &rows, std::size_t n, bool split, const std::int16_t *matrix,
                        const std::uint32_t *const tables[3], const unsigned slot[3], std::uint16_t *out16,
                        std::uint8_t *out8, unsigned outputShift);
