@@ -26,64 +26,67 @@ QUORIN_TARGET_AVX512 void lumaAvx512(const std::uint16_t *const bySlot[3], std::
 
 namespace {
 
-// Pixels x .. x + 31 of the edge enhancement: the enhanced values by slot.
+// Pixels x .. x + 31 (those of them below w) of the edge enhancement: the
+// enhanced values by slot. The first and last pixel of the row keep their
+// values (d is 0 there), and the loads of their missing neighbours are
+// masked off.
 QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline void edge32(const std::uint16_t *const bySlot[3],
                                                              const std::uint16_t *above, const std::uint16_t *here,
-                                                             const std::uint16_t *below, std::size_t x, __m128i count,
-                                                             __m512i v[3])
+                                                             const std::uint16_t *below, std::size_t x, std::size_t w,
+                                                             __m128i count, __m512i v[3])
 {
     const __m512i zero = _mm512_setzero_si512(), limit = _mm512_set1_epi16(1023);
-    __m512i d = _mm512_sub_epi16(_mm512_slli_epi16(_mm512_loadu_si512(here + x), 2), _mm512_loadu_si512(here + x - 1));
-    d = _mm512_sub_epi16(d, _mm512_loadu_si512(here + x + 1));
-    d = _mm512_sub_epi16(d, _mm512_loadu_si512(above + x));
-    d = _mm512_sra_epi16(_mm512_sub_epi16(d, _mm512_loadu_si512(below + x)), count);
+    const std::size_t left = w - x;
+    const __mmask32 lanes = firstHalf(left);
+    const __mmask32 first = x == 0 ? 1u : 0u, last = left <= 32 ? std::uint32_t{1} << (left - 1) : 0u;
+    __m512i d = _mm512_sub_epi16(_mm512_slli_epi16(_mm512_maskz_loadu_epi16(lanes, here + x), 2),
+                                 _mm512_maskz_loadu_epi16(lanes & ~first, here + x - 1));
+    d = _mm512_sub_epi16(d, _mm512_maskz_loadu_epi16(lanes & ~last, here + x + 1));
+    d = _mm512_sub_epi16(d, _mm512_maskz_loadu_epi16(lanes, above + x));
+    d = _mm512_sra_epi16(_mm512_sub_epi16(d, _mm512_maskz_loadu_epi16(lanes, below + x)), count);
+    d = _mm512_maskz_mov_epi16(static_cast<__mmask32>(~(first | last)), d);
     for (unsigned s = 0; s < 3; ++s)
-        v[s] = _mm512_min_epi16(_mm512_max_epi16(_mm512_add_epi16(_mm512_loadu_si512(bySlot[s] + x), d), zero), limit);
+        v[s] = _mm512_min_epi16(
+            _mm512_max_epi16(_mm512_add_epi16(_mm512_maskz_loadu_epi16(lanes, bySlot[s] + x), d), zero), limit);
 }
 
 } // namespace
 
-QUORIN_TARGET_AVX512 bool edgeRowAvx512(const std::uint16_t *const bySlot[3], const std::uint16_t *above,
+QUORIN_TARGET_AVX512 void edgeRowAvx512(const std::uint16_t *const bySlot[3], const std::uint16_t *above,
                                         const std::uint16_t *here, const std::uint16_t *below, std::size_t w,
                                         unsigned shift, std::uint16_t *out)
 {
-    if (w < 34)
-        return false;
     const __m128i count = _mm_cvtsi32_si128(static_cast<int>(shift));
-    for (std::size_t x = 1;; x += 32) {
-        // The last block ends at pixel w - 2, over pixels done already.
-        x = std::min(x, w - 33);
+    for (std::size_t x = 0; x < w; x += 32) {
         __m512i v[3];
-        edge32(bySlot, above, here, below, x, count, v);
-        storeTriples16(v, 32, out + 3 * x);
-        if (x + 33 == w)
-            return true;
+        edge32(bySlot, above, here, below, x, w, count, v);
+        storeTriples16(v, std::min<std::size_t>(w - x, 32), out + 3 * x);
     }
 }
 
-QUORIN_TARGET_VBMI bool edgeRowBytesVbmi(const std::uint16_t *const bySlot[3], const std::uint16_t *above,
+QUORIN_TARGET_VBMI void edgeRowBytesVbmi(const std::uint16_t *const bySlot[3], const std::uint16_t *above,
                                          const std::uint16_t *here, const std::uint16_t *below, std::size_t w,
                                          unsigned shift, unsigned outputShift, std::uint16_t *out,
                                          std::uint8_t *out8)
 {
-    if (w < 66)
-        return false;
     const __m128i count = _mm_cvtsi32_si128(static_cast<int>(shift));
     const __m128i reduce = _mm_cvtsi32_si128(static_cast<int>(outputShift));
-    for (std::size_t x = 1;; x += 64) {
-        x = std::min(x, w - 65);
+    // Whole rows of bytes on a 64-byte boundary take streaming stores.
+    const bool stream = (reinterpret_cast<std::uintptr_t>(out8) & 63) == 0 && w % 64 == 0;
+    for (std::size_t x = 0; x < w; x += 64) {
         __m512i v[2][3], bytes[3];
         for (unsigned h = 0; h < 2; ++h) {
-            edge32(bySlot, above, here, below, x + 32 * h, count, v[h]);
-            storeTriples16(v[h], 32, out + 3 * (x + 32 * h));
+            edge32(bySlot, above, here, below, x + 32 * h, w, count, v[h]);
+            if (x + 32 * h < w)
+                storeTriples16(v[h], std::min<std::size_t>(w - x - 32 * h, 32), out + 3 * (x + 32 * h));
         }
         // v >> outputShift, at most 255: the pack saturates.
         for (unsigned s = 0; s < 3; ++s)
             bytes[s] = _mm512_packus_epi16(_mm512_srl_epi16(v[0][s], reduce), _mm512_srl_epi16(v[1][s], reduce));
-        storeTriples(bytes, 64, out8 + 3 * x, kInterleavePacked);
-        if (x + 65 == w)
-            return true;
+        storeTriples(bytes, std::min<std::size_t>(w - x, 64), out8 + 3 * x, kInterleavePacked, stream);
     }
+    if (stream)
+        _mm_sfence();
 }
 
 QUORIN_TARGET_AVX512 void edgeGreyRowAvx512(const std::uint16_t *above, const std::uint16_t *here,

@@ -83,15 +83,15 @@ void interleave16Avx512(const std::uint16_t *const bySlot[3], std::size_t n, std
 // Edge enhancement of rows of looked-up values no larger than 32767
 // (AVX-512): the luminance (77 s2 + 151 s1 + 28 s0) >> 8 of n pixels held
 // as planes by slot; and, for values no larger than 1023, the enhanced
-// inner pixels 1 .. w - 2 of a row (its planes by slot, the luminance of
-// it and the rows above and below) as 16-bit triples in out. The edge
-// kernel needs w >= 34 and returns false, doing nothing, on a shorter row;
-// its VBMI form also writes the triples reduced to 8 bits (v >>
-// outputShift, at most 255) into out8 and needs w >= 66.
+// pixels of an inner row (its planes by slot, the luminance of it and the
+// rows above and below; the first and last pixel as they are) as 16-bit
+// triples in out; its VBMI form also writes the triples reduced to 8 bits
+// (v >> outputShift, at most 255) into out8, with streaming stores for
+// whole rows on a 64-byte boundary.
 void lumaAvx512(const std::uint16_t *const bySlot[3], std::size_t n, std::uint16_t *luma);
-bool edgeRowAvx512(const std::uint16_t *const bySlot[3], const std::uint16_t *above, const std::uint16_t *here,
+void edgeRowAvx512(const std::uint16_t *const bySlot[3], const std::uint16_t *above, const std::uint16_t *here,
                    const std::uint16_t *below, std::size_t w, unsigned shift, std::uint16_t *out);
-bool edgeRowBytesVbmi(const std::uint16_t *const bySlot[3], const std::uint16_t *above, const std::uint16_t *here,
+void edgeRowBytesVbmi(const std::uint16_t *const bySlot[3], const std::uint16_t *above, const std::uint16_t *here,
                       const std::uint16_t *below, std::size_t w, unsigned shift, unsigned outputShift,
                       std::uint16_t *out, std::uint8_t *out8);
 

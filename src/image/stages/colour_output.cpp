@@ -201,7 +201,6 @@ void ColourOutput::emitEdge(uint32_t y, Thread &t) const
     uint16_t *out = sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row;
     // The top and bottom rows, and the first and last pixel of every
     // row, as looked up.
-    bool reduced = false;
     if (y == 0 || y + 1 == a_.h) {
         store16(values, out);
     } else {
@@ -209,19 +208,20 @@ void ColourOutput::emitEdge(uint32_t y, Thread &t) const
         for (unsigned c = 0; c < 3; ++c)
             bySlot[slot_[c]] = values[c];
         const uint16_t *above = t.luma[(y - 1) % 3], *here = t.luma[y % 3], *below = t.luma[(y + 1) % 3];
-        if (!sixteenBit_ && vectorEdge_ && vec::vbmiActive())
-            reduced = vec::edgeRowBytesVbmi(bySlot, above, here, below, w, edgeShift_, f_.outputShift, out,
-                                            dest8_ + 3 * row);
-        if (!reduced && (!vectorEdge_ || !vec::edgeRowAvx512(bySlot, above, here, below, w, edgeShift_, out)))
+        if (vectorEdge_ && !sixteenBit_ && vec::vbmiActive()) {
+            vec::edgeRowBytesVbmi(bySlot, above, here, below, w, edgeShift_, f_.outputShift, out, dest8_ + 3 * row);
+            return;
+        }
+        if (vectorEdge_) {
+            vec::edgeRowAvx512(bySlot, above, here, below, w, edgeShift_, out);
+        } else {
             EdgeRow::pick()(bySlot, above, here, below, w, edgeShift_, out);
-        for (const size_t x : {size_t{0}, w - 1})
-            for (unsigned s = 0; s < 3; ++s) {
-                out[3 * x + s] = bySlot[s][x];
-                if (reduced)
-                    dest8_[3 * (row + x) + s] = reduce8(bySlot[s][x], f_.outputShift);
-            }
+            for (const size_t x : {size_t{0}, w - 1})
+                for (unsigned s = 0; s < 3; ++s)
+                    out[3 * x + s] = bySlot[s][x];
+        }
     }
-    if (!sixteenBit_ && !reduced)
+    if (!sixteenBit_)
         Reduce8::pick()(out, 3 * w, dest8_ + 3 * row, f_.outputShift);
 }
 
