@@ -70,10 +70,54 @@ inline __mmask64 firstBytes(std::size_t n)
     return n >= 64 ? ~__mmask64{0} : static_cast<__mmask64>((std::uint64_t{1} << n) - 1);
 }
 
-// table.bytes[min(v, 1023)] for the 64 16-bit values of a then b. The
-// table is sixteen 64-byte pieces; the low seven bits of an index pick a
-// byte in a pair of pieces, bits 7 to 9 pick the pair. A straight table is
-// a shift and a saturating narrowing.
+// The indices of 64 16-bit values (a then b, each below 1024) into a
+// 1024-entry byte table of sixteen 64-byte pieces: the low seven bits of an
+// index pick a byte in a pair of pieces, bits 7 to 9 pick the pair.
+struct ByteIndex {
+    __m512i low;
+    __mmask64 bit7, bit8, bit9;
+};
+
+QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline ByteIndex byteIndex(__m512i a, __m512i b)
+{
+    const __m512i even = _mm512_loadu_si512(kEvenBytes.data());
+    const __m512i high = _mm512_permutex2var_epi8(_mm512_srli_epi16(a, 7), even, _mm512_srli_epi16(b, 7));
+    return {_mm512_permutex2var_epi8(a, even, b), _mm512_test_epi8_mask(high, _mm512_set1_epi8(1)),
+            _mm512_test_epi8_mask(high, _mm512_set1_epi8(2)), _mm512_test_epi8_mask(high, _mm512_set1_epi8(4))};
+}
+
+// table[index] for the 64 indices, in their order.
+QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline __m512i lookUpBytes(const ByteIndex &index, const std::uint8_t *table)
+{
+    __m512i r[8];
+    for (int j = 0; j < 8; ++j)
+        r[j] = _mm512_permutex2var_epi8(_mm512_loadu_si512(table + 128 * j), index.low,
+                                        _mm512_loadu_si512(table + 128 * j + 64));
+    for (int j = 0; j < 4; ++j)
+        r[j] = _mm512_mask_blend_epi8(index.bit7, r[2 * j], r[2 * j + 1]);
+    for (int j = 0; j < 2; ++j)
+        r[j] = _mm512_mask_blend_epi8(index.bit8, r[2 * j], r[2 * j + 1]);
+    return _mm512_mask_blend_epi8(index.bit9, r[0], r[1]);
+}
+
+// Byte indices that interleave 64 low bytes (a) and 64 high bytes (b) into
+// 16-bit values 0 .. 31 (first) and 32 .. 63 (second).
+struct Words {
+    std::uint8_t first[64], second[64];
+    constexpr Words() : first{}, second{}
+    {
+        for (unsigned j = 0; j < 32; ++j) {
+            first[2 * j] = static_cast<std::uint8_t>(j);
+            first[2 * j + 1] = static_cast<std::uint8_t>(64 + j);
+            second[2 * j] = static_cast<std::uint8_t>(32 + j);
+            second[2 * j + 1] = static_cast<std::uint8_t>(96 + j);
+        }
+    }
+};
+constexpr Words kWords;
+
+// table.bytes[min(v, 1023)] for the 64 16-bit values of a then b. A
+// straight table is a shift and a saturating narrowing.
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline __m512i lookUp64(__m512i a, __m512i b, const OutputTable &lut)
 {
     const __m512i limit = _mm512_set1_epi16(1023);
@@ -84,24 +128,8 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline __m512i lookUp64(__m512i a, __m51
         const __m256i low = _mm512_cvtusepi16_epi8(_mm512_srl_epi16(a, count));
         return _mm512_inserti64x4(_mm512_castsi256_si512(low), _mm512_cvtusepi16_epi8(_mm512_srl_epi16(b, count)), 1);
     }
-    const std::uint8_t *table = lut.bytes;
-    const __m512i even = _mm512_loadu_si512(kEvenBytes.data());
-    const __m512i low = _mm512_permutex2var_epi8(a, even, b);
-    const __m512i high = _mm512_permutex2var_epi8(_mm512_srli_epi16(a, 7), even, _mm512_srli_epi16(b, 7));
-    __m512i r[8];
-    for (int j = 0; j < 8; ++j)
-        r[j] = _mm512_permutex2var_epi8(_mm512_loadu_si512(table + 128 * j), low,
-                                        _mm512_loadu_si512(table + 128 * j + 64));
-    const __mmask64 bit7 = _mm512_test_epi8_mask(high, _mm512_set1_epi8(1));
-    const __mmask64 bit8 = _mm512_test_epi8_mask(high, _mm512_set1_epi8(2));
-    const __mmask64 bit9 = _mm512_test_epi8_mask(high, _mm512_set1_epi8(4));
-    for (int j = 0; j < 4; ++j)
-        r[j] = _mm512_mask_blend_epi8(bit7, r[2 * j], r[2 * j + 1]);
-    for (int j = 0; j < 2; ++j)
-        r[j] = _mm512_mask_blend_epi8(bit8, r[2 * j], r[2 * j + 1]);
-    return _mm512_mask_blend_epi8(bit9, r[0], r[1]);
+    return lookUpBytes(byteIndex(a, b), lut.bytes);
 }
-
 
 // Interleaves three 64-byte planes (in slot order) into 3 n bytes at out.
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void storeTriples(const __m512i bySlot[3], std::size_t n,

@@ -123,11 +123,12 @@ inline bool streams(const void *out, std::size_t n)
 // the channels stay in registers; with Bytes (VBMI) the 8-bit triples too.
 template <bool BlueFirst, bool Bytes>
 QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void finishRow(const RowHalves &rows, std::size_t n, bool split,
-                                                              const std::int16_t *matrix,
-                                                              const std::uint32_t *const tables[3],
+                                                              const std::int16_t *matrix, const ByteTables &tables,
                                                               std::uint16_t *out16, std::uint8_t *out8,
                                                               unsigned outputShift)
 {
+    const std::uint32_t *const noGathers[3] = {};
+    const __m512i first = _mm512_loadu_si512(kWords.first), second = _mm512_loadu_si512(kWords.second);
     constexpr unsigned kFirst = BlueFirst ? 2 : 0, kLast = BlueFirst ? 0 : 2;
     const Matrix16 m = matrix != nullptr ? matrix16(matrix) : Matrix16{};
     const __m128i reduce = _mm_cvtsi32_si128(static_cast<int>(outputShift));
@@ -135,7 +136,15 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void finishRow(const RowHalves &r
     for (std::size_t k = 0; k < n; k += 64) {
         const std::size_t left = n - k;
         __m512i v[3][2];
-        finish64(rows, k, left, split, matrix != nullptr ? &m : nullptr, tables, v);
+        finish64(rows, k, left, split, matrix != nullptr ? &m : nullptr, noGathers, v);
+        for (unsigned c = 0; c < 3; ++c)
+            if (tables.low[c] != nullptr) {
+                // The 64 values' low and high bytes, joined again.
+                const ByteIndex index = byteIndex(v[c][0], v[c][1]);
+                const __m512i lows = lookUpBytes(index, tables.low[c]), highs = lookUpBytes(index, tables.high[c]);
+                v[c][0] = _mm512_permutex2var_epi8(lows, first, highs);
+                v[c][1] = _mm512_permutex2var_epi8(lows, second, highs);
+            }
         for (unsigned h = 0; h < 2 && left > 32 * h; ++h) {
             const __m512i bySlot[3] = {v[kFirst][h], v[1][h], v[kLast][h]};
             storeTriples16(bySlot, std::min<std::size_t>(left - 32 * h, 32), out16 + 3 * (k + 32 * h));
@@ -156,8 +165,8 @@ QUORIN_TARGET_VBMI QUORIN_ALWAYS_INLINE inline void finishRow(const RowHalves &r
 } // namespace
 
 QUORIN_TARGET_VBMI void finishTriplesVbmi(const RowHalves &rows, std::size_t n, bool split, const std::int16_t *matrix,
-                                          const std::uint32_t *const tables[3], const unsigned slot[3],
-                                          std::uint16_t *out16, std::uint8_t *out8, unsigned outputShift)
+                                          const ByteTables &tables, const unsigned slot[3], std::uint16_t *out16,
+                                          std::uint8_t *out8, unsigned outputShift)
 {
     const bool blueFirst = slot[0] == 2;
     if (out8 == nullptr)
@@ -183,6 +192,15 @@ QUORIN_TARGET_AVX512 void interleave16Avx512(const std::uint16_t *const bySlot[3
     }
     if (stream)
         _mm_sfence();
+}
+
+QUORIN_TARGET_AVX512 void lookUp16Avx512(const std::uint16_t *in, std::size_t n, const std::uint32_t *table,
+                                         std::uint16_t *out)
+{
+    for (std::size_t k = 0; k < n; k += 32) {
+        const __mmask32 lanes = firstHalf(n - k);
+        _mm512_mask_storeu_epi16(out + k, lanes, gather16(_mm512_maskz_loadu_epi16(lanes, in + k), table));
+    }
 }
 
 } // namespace quorin::image::vec

@@ -68,13 +68,27 @@ void matrixTriples8Vbmi(const RowHalves &rows, std::size_t n, bool split, const 
 void matrixLookUp16Avx512(const RowHalves &rows, std::size_t n, bool split, const std::int16_t *matrix,
                           const std::uint32_t *const tables[3], std::uint16_t *const out[3]);
 
-// The same into triples: colour c of pixel k to out16[3 k + slot[c]],
-// and unless out8 is null also reduced to 8 bits (min(v >> outputShift,
-// 255)) to out8[3 k + slot[c]] (VBMI); whole rows of bytes on a 64-byte
-// boundary take streaming stores.
+// 16-bit look-up tables of 1024 entries split into their low and high
+// bytes, for the VBMI kernels' in-register look-ups; null: the identity.
+struct ByteTables {
+    const std::uint8_t *low[3];
+    const std::uint8_t *high[3];
+};
+
+// The same into triples, with the tables split into bytes: colour c of
+// pixel k to out16[3 k + slot[c]], and unless out8 is null also reduced to
+// 8 bits (min(v >> outputShift, 255)) to out8[3 k + slot[c]] (VBMI); whole
+// rows of bytes on a 64-byte boundary take streaming stores.
 void finishTriplesVbmi(const RowHalves &rows, std::size_t n, bool split, const std::int16_t *matrix,
-                       const std::uint32_t *const tables[3], const unsigned slot[3], std::uint16_t *out16,
-                       std::uint8_t *out8, unsigned outputShift);
+                       const ByteTables &tables, const unsigned slot[3], std::uint16_t *out16, std::uint8_t *out8,
+                       unsigned outputShift);
+
+// out[k] = table[min(in[k], 1023)] for k < n, the table widened to 32-bit
+// entries (AVX-512 gathers), or split into its low and high bytes (VBMI
+// in-register look-ups, which take a quarter of the time).
+void lookUp16Avx512(const std::uint16_t *in, std::size_t n, const std::uint32_t *table, std::uint16_t *out);
+void lookUp16Vbmi(const std::uint16_t *in, std::size_t n, const std::uint8_t *low, const std::uint8_t *high,
+                  std::uint16_t *out);
 
 // n triples of 16-bit values from three planes in slot order (AVX-512);
 // whole rows of a destination on a 64-byte boundary take streaming stores.

@@ -92,12 +92,12 @@ ColourOutput::ColourOutput(const ColourJob &job, bool sixteenBit, void *dest)
     if (!vectorFinish_ || !(sixteenBit || cache_))
         return;
     for (unsigned c = 0; c < 3; ++c) {
-        bool identity = true;
-        for (uint32_t i = 0; i < 1024; ++i) {
-            wideTables_[c][i] = f_.lut[c][i];
-            identity = identity && f_.lut[c][i] == i;
+        const Table16 &table = tables_[c].emplace(f_.lut[c]);
+        if (!table.identity) {
+            gatherTables_[c] = table.wide;
+            byteTables_.low[c] = table.low;
+            byteTables_.high[c] = table.high;
         }
-        tables_[c] = identity ? nullptr : wideTables_[c];
     }
 }
 
@@ -116,7 +116,14 @@ void ColourOutput::lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3]) co
         for (unsigned c = 0; c < 3; ++c)
             for (unsigned h = 0; h < 2; ++h)
                 rows[c][h] = job.rowHalf(c, y, h);
-        vec::matrixLookUp16Avx512(rows, w, job.p.half != 0, f_.matrixOn ? narrowMatrix_ : nullptr, tables_, out);
+        const bool vbmi = vec::vbmiActive();
+        const std::uint32_t *const none[3] = {};
+        vec::matrixLookUp16Avx512(rows, w, job.p.half != 0, f_.matrixOn ? narrowMatrix_ : nullptr,
+                                  vbmi ? none : gatherTables_, out);
+        if (vbmi)
+            for (unsigned c = 0; c < 3; ++c)
+                if (!tables_[c]->identity)
+                    vec::lookUp16Vbmi(out[c], w, tables_[c]->low, tables_[c]->high, out[c]);
         return;
     }
     const auto lookUpBlock = LookUpBlock::pick();
@@ -161,7 +168,7 @@ void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
                     rows[c][h] = job.rowHalf(c, y, h);
             const std::int16_t *matrix = f_.matrixOn ? narrowMatrix_ : nullptr;
             uint16_t *out16 = sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row;
-            vec::finishTriplesVbmi(rows, w, job.p.half != 0, matrix, tables_, slot_, out16,
+            vec::finishTriplesVbmi(rows, w, job.p.half != 0, matrix, byteTables_, slot_, out16,
                                    sixteenBit_ ? nullptr : dest8_ + 3 * row, f_.outputShift);
             return;
         }

@@ -7,6 +7,9 @@
 #pragma once
 
 #include "image/stages/colour_finish.h"
+#include "image/stages/row_output.h"
+
+#include <optional>
 
 namespace quorin::image {
 
@@ -58,8 +61,9 @@ private:
     // The AVX-512 edge kernels serve tables whose values stay below 1024.
     bool vectorEdge_ = false;
     std::int16_t narrowMatrix_[9];
-    const std::uint32_t *tables_[3] = {};
-    alignas(64) std::uint32_t wideTables_[3][1024];
+    std::optional<Table16> tables_[3];
+    const std::uint32_t *gatherTables_[3] = {}; // widened, null for the identity
+    vec::ByteTables byteTables_{};
 };
 
 } // namespace quorin::image

@@ -37,7 +37,7 @@ GreyOutput::GreyOutput(const Frame &f, bool sixteenBit, void *dest)
       cache_(!f.colour && !sixteenBit && (f.keepLiveCache || f.mode71 != 0)), edge_(!f.colour && f.mode71 != 0),
       edgeShift_(edgeShift(f.mode71)), dest8_(sixteenBit ? nullptr : static_cast<std::uint8_t *>(dest)),
       dest16_(sixteenBit ? static_cast<uint16_t *>(dest) : nullptr), bytes_(f.lut[0], f.outputShift),
-      identity_(identityTable(f.lut[0]))
+      table_(f.lut[0])
 {
     vectorEdge_ = vec::avx512Active() && *std::max_element(f.lut[0], f.lut[0] + 1024) <= kMaxValue;
 }
@@ -50,7 +50,7 @@ void GreyOutput::begin(Thread &t, uint32_t first, uint32_t end) const
 
 void GreyOutput::lookUp16(const uint16_t *values, uint16_t *out) const
 {
-    lookUpRow16(values, a_.w, f_.lut[0], identity_, out);
+    lookUpRow16(values, a_.w, table_, out);
 }
 
 void GreyOutput::finished(const uint16_t *values, uint32_t y, Thread &t) const

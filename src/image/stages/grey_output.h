@@ -9,6 +9,7 @@
 
 #include "image/frame.h"
 #include "image/kernels/output_table.h"
+#include "image/stages/row_output.h"
 
 namespace quorin::image {
 
@@ -47,7 +48,7 @@ private:
     std::uint8_t *const dest8_;
     std::uint16_t *const dest16_;
     const vec::OutputTable bytes_; // the look-up reduced to 8 bits
-    bool identity_ = false;        // the look-up table leaves values below 1024 as they are
+    const Table16 table_;          // the look-up at 16 bits
     bool vectorEdge_ = false;      // the AVX-512 edge kernel serves: the table stays below 1024
 };
 

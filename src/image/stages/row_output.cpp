@@ -49,12 +49,25 @@ void lookUpRow8(const uint16_t *in, size_t n, const vec::OutputTable &table, std
     }
 }
 
-void lookUpRow16(const uint16_t *in, size_t n, const uint16_t *table, bool identity, uint16_t *out)
+Table16::Table16(const uint16_t *t) : table(t), identity(identityTable(t))
 {
-    if (identity)
+    for (uint32_t i = 0; i < 1024; ++i) {
+        wide[i] = t[i];
+        low[i] = static_cast<std::uint8_t>(t[i]);
+        high[i] = static_cast<std::uint8_t>(t[i] >> 8);
+    }
+}
+
+void lookUpRow16(const uint16_t *in, size_t n, const Table16 &table, uint16_t *out)
+{
+    if (table.identity)
         Limit1023::pick()(in, n, out);
+    else if (vec::vbmiActive())
+        vec::lookUp16Vbmi(in, n, table.low, table.high, out);
+    else if (vec::avx512Active())
+        vec::lookUp16Avx512(in, n, table.wide, out);
     else
-        LookUp16::pick()(in, n, table, out);
+        LookUp16::pick()(in, n, table.table, out);
 }
 
 bool identityTable(const uint16_t *table)

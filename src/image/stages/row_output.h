@@ -14,10 +14,19 @@ namespace quorin::image {
 void reduceRow(const std::uint16_t *in, std::size_t n, std::uint8_t *out, std::uint32_t shift);
 // out[k] = table.bytes[min(in[k], 1023)].
 void lookUpRow8(const std::uint16_t *in, std::size_t n, const vec::OutputTable &table, std::uint8_t *out);
-// out[k] = table[min(in[k], 1023)]; with identity (table[i] = i) that is
+// A 16-bit look-up table as the kernels read it: the identity, or the
+// table widened to 32-bit entries for gathers.
+struct Table16 {
+    const std::uint16_t *table;
+    bool identity; // table[i] = i for every entry
+    alignas(64) std::uint32_t wide[1024];
+    alignas(64) std::uint8_t low[1024], high[1024];
+    explicit Table16(const std::uint16_t *t);
+};
+
+// out[k] = table[min(in[k], 1023)]; for the identity that is
 // min(in[k], 1023).
-void lookUpRow16(const std::uint16_t *in, std::size_t n, const std::uint16_t *table, bool identity,
-                 std::uint16_t *out);
+void lookUpRow16(const std::uint16_t *in, std::size_t n, const Table16 &table, std::uint16_t *out);
 // Whether table[i] = i for every entry.
 bool identityTable(const std::uint16_t *table);
 
