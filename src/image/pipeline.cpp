@@ -48,10 +48,10 @@
 namespace quorin::image {
 namespace {
 
-// Split rows need AVX-512 VBMI and rows wide enough for their kernels.
+// Split rows need rows wide enough for their kernels.
 bool splitRowsFor(const Frame &f)
 {
-    return vec::vbmiActive() && f.area.w >= vec::kSplitMinWidth;
+    return simd::active() != simd::Level::Scalar && f.area.w >= vec::kSplitMinWidth;
 }
 
 // A colour job over the frame: the prepared mosaic at the RGB image's last

@@ -123,3 +123,25 @@ constexpr std::int16_t kColumn[32] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10
         const V alternate_ = QUORIN_LANES_LOAD(reinterpret_cast<const uint16_t *>(lanes::kAlternate));                 \
         -(alternate_ ^ static_cast<std::int16_t>(((x) ^ (odd)) & 1u));                                                 \
     })
+
+// Split rows (see vector_kernels.h): the lanes at column col and the
+// columns 2, 4, ... after it, which lie side by side in the half of col's
+// parity of a row whose odd columns start at `half`.
+#define QUORIN_SPLIT_AT(row, col) QUORIN_LANES_LOAD((row) + ((col) & 1u) * half + (col) / 2)
+#define QUORIN_SPLIT_PLACE(row, col) ((row) + ((col) & 1u) * half + (col) / 2)
+
+namespace quorin::image {
+
+// The sites of parity `parity` among columns from .. to: the first one and
+// their number.
+struct SplitSites {
+    std::size_t first = 0, count = 0;
+    SplitSites(std::size_t from, std::size_t to, std::uint32_t parity)
+    {
+        first = from + ((from ^ parity) & 1u);
+        if (to >= first)
+            count = (to - first) / 2 + 1;
+    }
+};
+
+} // namespace quorin::image

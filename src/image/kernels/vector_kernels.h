@@ -132,7 +132,18 @@ std::size_t smoothGreenAvx512(const std::uint16_t *above, const std::uint16_t *h
 std::size_t smoothGreenAvx2(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
                             std::uint16_t *out, std::size_t w, std::uint32_t odd, std::uint32_t last);
 
-// The same for AVX2, natural rows only, over whole blocks of 32 pixels;
+// The same for AVX2, natural or split rows, over whole blocks of 32
+// pixels; returns the number of pixels done (the caller finishes the rest).
+std::size_t matrixTriples8Avx2(const RowHalves &rows, bool split, std::size_t n, const std::int16_t matrix[9],
+                               const OutputTable *const tables[3], const unsigned slot[3], std::uint8_t *out);
+
+// The colour matrix (matrix null: none) and the 16-bit look-up (tables
+// widened to 32 bits; null: the identity) of a row of n pixels of values
+// below 1024, natural or split, into 16-bit triples, colour c of pixel k
+// to out[3 k + slot[c]] (AVX2), over whole blocks of 16 pixels; returns
+// the number of pixels done.
+std::size_t finishTriples16Avx2(const RowHalves &rows, bool split, std::size_t n, const std::int16_t *matrix,
+                                const std::uint32_t *const tables[3], const unsigned slot[3], std::uint16_t *out);
 // returns the number of pixels done (the caller finishes the rest).
 std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
                                const std::int16_t matrix[9], const OutputTable *const tables[3],

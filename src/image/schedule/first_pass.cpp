@@ -8,7 +8,8 @@ namespace quorin::image {
 FirstPass::FirstPass(const ColourJob &job, const SensorJob *sensor, uint32_t threads)
     : job_(job), f_(*job.f), a_(f_.area), w_(a_.w), split_(job.p.half != 0), sensor_(sensor),
       kernel_(kernelFor(f_.kernelVariant)), balanceRow_(balanceRowKernel()), sensorRow_(sensorRowKernel()),
-      smoothRow_(smoothRowKernel(job.narrow)), smoothing_(f_.colourMode == 2 && a_.h >= 3),
+      smoothRow_(smoothRowKernel(job.narrow)), balanceSplit_(balanceSplitKernel()),
+      smoothSplit_(smoothSplitKernel()), smoothing_(f_.colourMode == 2 && a_.h >= 3),
       defects_(sensor != nullptr && f_.defectCorrect && f_.defectCount != 0),
       bands_(threads <= 1 ? 1 : std::min(kMaxBands, std::max(threads, std::min(4 * threads, a_.h / 64))))
 {
@@ -111,7 +112,13 @@ uint32_t FirstPass::prepareSplit(uint32_t y, bool own, const uint16_t *from, Thr
         from = thread.row;
         rule.columns = 0;
     }
-    return vec::balanceSplitAvx512(from, w_, rule, halves[0], halves[1]);
+    const uint32_t bits = balanceSplit_(from, w_, rule, halves[0], halves[1]);
+    // As for natural rows: the 16-bit lanes must not see a value above 1023.
+    if (bits > kMaxValue)
+        for (size_t h = 0; h < 2; ++h)
+            for (size_t x = 0; x < (h == 0 ? job_.p.half : w_ / 2); ++x)
+                halves[h][x] = std::min(halves[h][x], kMaxValue);
+    return bits;
 }
 
 // Row y smoothed from the balanced rows into the mosaic (the green half of
@@ -125,8 +132,8 @@ void FirstPass::smooth(uint32_t y, Thread &thread) const
     const uint32_t last = (y & 1) ? a_.w - 2 : a_.w - 3;
     if (split_) {
         if (inner) {
-            vec::smoothSplitAvx512(balancedOf(y - 1, thread), balancedOf(y, thread), balancedOf(y + 1, thread),
-                                   mosaic, w_, y & 1, last);
+            smoothSplit_(balancedOf(y - 1, thread), balancedOf(y, thread), balancedOf(y + 1, thread), mosaic, w_, y & 1,
+                         last);
         } else {
             const size_t at = (y & 1) ? 0 : job_.p.half;
             std::memcpy(mosaic + at, balancedOf(y, thread) + at, ((y & 1) ? job_.p.half : w_ / 2) * 2);

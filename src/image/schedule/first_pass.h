@@ -26,8 +26,7 @@ namespace quorin::image {
 // the defect correction reads), so that the corrected mosaic never takes
 // room in the caches; f.work is then left as it was. Without, the
 // corrected mosaic is read from f.work. Each band redoes a few rows beyond
-// it: a few percent of the pass. Split rows (job.p.half != 0) need the
-// AVX-512 kernels of kernels/split_rows_avx512.cpp.
+// it: a few percent of the pass.
 class FirstPass {
 public:
     static constexpr uint32_t kMaxBands = 64;
@@ -67,6 +66,8 @@ private:
     const BalanceRowKernel balanceRow_;
     const SensorRowKernel sensorRow_;
     const SmoothRowKernel smoothRow_;
+    const BalanceSplitKernel balanceSplit_;
+    const SmoothSplitKernel smoothSplit_;
     const bool smoothing_;
     const bool defects_;
     const uint32_t bands_;

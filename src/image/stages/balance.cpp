@@ -1,6 +1,8 @@
 #include "image/stages/balance.h"
 
-#include "image/kernels/simd.h"
+#include "image/kernels/portable.h"
+
+#include <cstring>
 
 namespace quorin::image {
 
@@ -51,7 +53,76 @@ QUORIN_KERNEL(BalanceRow,
               (const Frame &f, uint32_t y, bool vector, const uint16_t *in, uint16_t *out, uint32_t *bits),
               *bits = balanceRow(f, y, vector, in, out););
 
+// The balance of a row into split halves (see vec::SplitBalance), in
+// 16-bit lanes: pairs of registers split into their even and odd lanes,
+// each half times its gain; the columns of a last, partial pair one by one.
+QUORIN_LANES_KERNEL(BalanceSplit,
+                    (const uint16_t *in, size_t w, const vec::SplitBalance *rule, uint16_t *even, uint16_t *odd,
+                     uint32_t *bits),
+                    {
+                        constexpr size_t kLanes = sizeof(V) / 2;
+                        typedef std::uint16_t U __attribute__((vector_size(sizeof(V))));
+                        typedef std::uint32_t Wide __attribute__((vector_size(2 * sizeof(V))));
+                        U evenIndex, oddIndex, lane;
+                        for (size_t j = 0; j < kLanes; ++j) {
+                            evenIndex[j] = static_cast<uint16_t>(2 * j);
+                            oddIndex[j] = static_cast<uint16_t>(2 * j + 1);
+                            lane[j] = static_cast<uint16_t>(j);
+                        }
+                        uint16_t *const out[2] = {even, odd};
+                        auto balanced = [rule](uint32_t v, size_t x) -> uint16_t {
+                            if (x >= rule->columns)
+                                return static_cast<uint16_t>(v);
+                            const auto p = static_cast<uint16_t>((v * rule->gain[x & 1]) >> 4);
+                            if (rule->signedLimit)
+                                return static_cast<std::int16_t>(p) > kMaxValue ? kMaxValue : p;
+                            return p > kMaxValue ? kMaxValue : p;
+                        };
+                        U all{};
+                        size_t k = 0;
+                        for (; k + 2 * kLanes <= w; k += 2 * kLanes) {
+                            U a, b;
+                            std::memcpy(&a, in + k, sizeof a);
+                            std::memcpy(&b, in + k + kLanes, sizeof b);
+                            const U halves[2] = {__builtin_shuffle(a, b, evenIndex), __builtin_shuffle(a, b, oddIndex)};
+                            for (unsigned h = 0; h < 2; ++h) {
+                                U v = halves[h];
+                                if (rule->columns > k) {
+                                    const Wide product = __builtin_convertvector(v, Wide) * rule->gain[h];
+                                    const U p = __builtin_convertvector(product >> 4, U);
+                                    const U limited = rule->signedLimit ? (U)((V)p > 1023 ? (V){} + 1023 : (V)p)
+                                                                        : (p > 1023 ? (U){} + 1023 : p);
+                                    const U column = lane * 2 + static_cast<uint16_t>(k + h);
+                                    v = column < static_cast<uint16_t>(rule->columns) ? limited : v;
+                                }
+                                std::memcpy(out[h] + k / 2, &v, sizeof v);
+                                all |= v;
+                            }
+                        }
+                        uint32_t result = 0;
+                        for (size_t j = 0; j < kLanes; ++j)
+                            result |= all[j];
+                        for (; k < w; ++k) {
+                            const uint16_t v = balanced(in[k], k);
+                            out[k & 1][k / 2] = v;
+                            result |= v;
+                        }
+                        *bits = result;
+                    });
+
+uint32_t balanceSplitLanes(const uint16_t *in, size_t w, const vec::SplitBalance &rule, uint16_t *even, uint16_t *odd)
+{
+    uint32_t bits;
+    BalanceSplit::pick()(in, w, &rule, even, odd, &bits);
+    return bits;
+}
+
 } // namespace
+
+BalanceSplitKernel balanceSplitKernel()
+{
+    return vec::avx512Active() ? vec::balanceSplitAvx512 : balanceSplitLanes;
+}
 
 BalanceRowKernel balanceRowKernel()
 {

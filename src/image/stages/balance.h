@@ -19,6 +19,13 @@ using BalanceRowKernel = void (*)(const Frame &f, std::uint32_t y, bool vector, 
                                   std::uint16_t *out, std::uint32_t *bits);
 BalanceRowKernel balanceRowKernel();
 
+// Row in (w values), balanced by `rule`, split: its even columns to even,
+// its odd ones to odd (see vec::SplitBalance). Returns the OR of the values
+// written.
+using BalanceSplitKernel = std::uint32_t (*)(const std::uint16_t *in, std::size_t w, const vec::SplitBalance &rule,
+                                             std::uint16_t *even, std::uint16_t *odd);
+BalanceSplitKernel balanceSplitKernel();
+
 // The balance of row y as the split-row kernel applies it (see
 // balanceRow): the vector rule on every column of the rows of whole pairs
 // of rows, the scalar rule on whole pairs of columns; columns kUnbalanced

@@ -89,7 +89,8 @@ ColourOutput::ColourOutput(const ColourJob &job, bool sixteenBit, void *dest)
         for (uint32_t i = 0; i < 1024; ++i)
             largest = std::max<uint32_t>(largest, f_.lut[c][i]);
     vectorEdge_ = vec::avx512Active() && largest <= kMaxValue;
-    if (!vectorFinish_ || !(sixteenBit || cache_))
+    avx2Finish_ = !vec::avx512Active() && vec::avx2Active() && job.narrow && (fits || !f_.matrixOn);
+    if (!(vectorFinish_ || avx2Finish_) || !(sixteenBit || cache_))
         return;
     for (unsigned c = 0; c < 3; ++c) {
         const Table16 &table = tables_[c].emplace(f_.lut[c]);
@@ -107,11 +108,12 @@ void ColourOutput::begin(Thread &t, uint32_t first, uint32_t end) const
     t.end = end;
 }
 
-// Row y after the matrix and the look-up, as planes of colours.
-void ColourOutput::lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3]) const
+// Row y after the matrix and the look-up, as planes of colours, from
+// pixel `from` (even) on.
+void ColourOutput::lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3], size_t from) const
 {
     const size_t w = a_.w;
-    if (vectorFinish_) {
+    if (vectorFinish_ && from == 0) {
         const uint16_t *rows[3][2];
         for (unsigned c = 0; c < 3; ++c)
             for (unsigned h = 0; h < 2; ++h)
@@ -127,7 +129,7 @@ void ColourOutput::lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3]) co
         return;
     }
     const auto lookUpBlock = LookUpBlock::pick();
-    for (size_t x0 = 0; x0 < w; x0 += kBlock) {
+    for (size_t x0 = from; x0 < w; x0 += kBlock) {
         const size_t n = std::min(kBlock, w - x0);
         const uint16_t *in[3];
         uint16_t joined[3][kBlock], values[3][kBlock];
@@ -142,16 +144,17 @@ void ColourOutput::lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3]) co
     }
 }
 
-// A row of looked-up planes to triples in the layout's order.
-void ColourOutput::store16(uint16_t *const values[3], uint16_t *out) const
+// A row of looked-up planes to triples in the layout's order, from pixel
+// `from` on.
+void ColourOutput::store16(uint16_t *const values[3], uint16_t *out, size_t from) const
 {
     const uint16_t *bySlot[3];
     for (unsigned c = 0; c < 3; ++c)
-        bySlot[slot_[c]] = values[c];
+        bySlot[slot_[c]] = values[c] + from;
     if (vec::avx512Active())
-        vec::interleave16Avx512(bySlot, a_.w, out);
+        vec::interleave16Avx512(bySlot, a_.w - from, out + 3 * from);
     else
-        Interleave16::pick()(bySlot, a_.w, out);
+        Interleave16::pick()(bySlot, a_.w - from, out + 3 * from);
 }
 
 void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
@@ -172,19 +175,31 @@ void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
                                    sixteenBit_ ? nullptr : dest8_ + 3 * row, f_.outputShift);
             return;
         }
+        if (sixteenBit_ || cache_) {
+            uint16_t *out16 = sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row;
+            size_t done = 0;
+            if (avx2Finish_) {
+                const uint16_t *rows[3][2];
+                for (unsigned c = 0; c < 3; ++c)
+                    for (unsigned h = 0; h < 2; ++h)
+                        rows[c][h] = job.rowHalf(c, y, h);
+                done = vec::finishTriples16Avx2(rows, job.p.half != 0, w, f_.matrixOn ? narrowMatrix_ : nullptr,
+                                                gatherTables_, slot_, out16);
+            }
+            if (done < w) {
+                uint16_t *values[3] = {t.values[0][0], t.values[0][1], t.values[0][2]};
+                lookUp(job, y, values, done);
+                store16(values, out16, done);
+            }
+        }
         if (!sixteenBit_)
             bytes_.row(job, y);
-        if (sixteenBit_ || cache_) {
-            uint16_t *values[3] = {t.values[0][0], t.values[0][1], t.values[0][2]};
-            lookUp(job, y, values);
-            store16(values, sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row);
-        }
         return;
     }
     // Edge enhancement: keep the row's looked-up values and luminance,
     // then output the row above, whose neighbours are now all known.
     uint16_t *values[3] = {t.values[y % 3][0], t.values[y % 3][1], t.values[y % 3][2]};
-    lookUp(job, y, values);
+    lookUp(job, y, values, 0);
     const uint16_t *bySlot[3];
     for (unsigned c = 0; c < 3; ++c)
         bySlot[slot_[c]] = values[c];
@@ -209,7 +224,7 @@ void ColourOutput::emitEdge(uint32_t y, Thread &t) const
     // The top and bottom rows, and the first and last pixel of every
     // row, as looked up.
     if (y == 0 || y + 1 == a_.h) {
-        store16(values, out);
+        store16(values, out, 0);
     } else {
         const uint16_t *bySlot[3];
         for (unsigned c = 0; c < 3; ++c)

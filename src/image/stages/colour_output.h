@@ -40,8 +40,8 @@ public:
     void end(Thread &t) const;
 
 private:
-    void lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3]) const;
-    void store16(uint16_t *const values[3], uint16_t *out) const;
+    void lookUp(const ColourJob &job, uint32_t y, uint16_t *out[3], size_t from) const;
+    void store16(uint16_t *const values[3], uint16_t *out, size_t from) const;
     void emitEdge(uint32_t y, Thread &t) const;
 
     const Frame &f_;
@@ -58,6 +58,7 @@ private:
     // The AVX-512 kernels serve values below 1024 with a matrix of 16-bit
     // coefficients (or none): the tables widened, the identity left out.
     bool vectorFinish_ = false;
+    bool avx2Finish_ = false; // the AVX2 kernel serves the same values
     // The AVX-512 edge kernels serve tables whose values stay below 1024.
     bool vectorEdge_ = false;
     std::int16_t narrowMatrix_[9];

@@ -113,8 +113,38 @@ QUORIN_LANES_KERNEL(GreenInnerNarrow, (const PassRow &r), {
     greenInnerLoop(m, green, own, w, odd, x); // rows too short for a block
 });
 
-// Pass 2 over an inner row of split rows (see kernels/vector_kernels.h).
-void greenInnerSplit(const PassRow &r)
+// Pass 2 over an inner row of split rows (see kernels/vector_kernels.h):
+// only the red and blue sites, whole registers of them, the last register
+// over sites done already.
+QUORIN_LANES_KERNEL(GreenInnerSplit, (const PassRow &r), {
+    constexpr size_t kLanes = sizeof(V) / 2;
+    const size_t w = r.w, half = (w + 1) / 2;
+    const SplitSites sites(2, w - 3, r.odd);
+    const uint16_t *here = r.m;
+    uint16_t *green = r.plane[kGreen];
+    for (size_t t = 0;; t += kLanes) {
+        t = std::min(t, sites.count - kLanes);
+        const size_t x = sites.first + 2 * t;
+        const V c = QUORIN_SPLIT_AT(here, x), ll = QUORIN_SPLIT_AT(here, x - 2), rr = QUORIN_SPLIT_AT(here, x + 2);
+        const V gl = QUORIN_SPLIT_AT(here, x - 1), gr = QUORIN_SPLIT_AT(here, x + 1);
+        const V gu = QUORIN_SPLIT_AT(here - w, x), gd = QUORIN_SPLIT_AT(here + w, x);
+        const V uu = QUORIN_SPLIT_AT(here - 2 * w, x), dd = QUORIN_SPLIT_AT(here + 2 * w, x);
+        const V lh = c + c - ll - rr, lv = c + c - uu - dd;
+        const V dh = QUORIN_LANES_MAGNITUDE(gl - gr) + QUORIN_LANES_MAGNITUDE(lh);
+        const V dv = QUORIN_LANES_MAGNITUDE(gu - gd) + QUORIN_LANES_MAGNITUDE(lv);
+        const V horizontal = ((gl + gr) >> 1) + (lh >> 2);
+        const V vertical = ((gu + gd) >> 1) + (lv >> 2);
+        const V both = ((gl + gr + gu + gd) >> 2) + ((lv + lh) >> 3);
+        const V strong = (dh >= 80) | (dv >= 80);
+        const V g = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK(strong & (dh < dv), horizontal,
+                                                         QUORIN_LANES_PICK(strong & (dh > dv), vertical, both)));
+        QUORIN_LANES_STORE(QUORIN_SPLIT_PLACE(green, x), g);
+        if (t + kLanes == sites.count)
+            return;
+    }
+});
+
+void greenInnerSplitAvx512(const PassRow &r)
 {
     vec::greenSplitAvx512(r.m, r.plane[kGreen], r.w, r.odd);
 }
@@ -136,7 +166,9 @@ void greenPlaneRow(const ColourJob &job, uint32_t y, PassRowKernel inner)
 
 PassRowKernel greenKernel(const ColourJob &job)
 {
-    return job.p.half != 0 ? greenInnerSplit : job.narrow ? GreenInnerNarrow::pick() : GreenInnerPlanar::pick();
+    if (job.p.half != 0)
+        return vec::avx512Active() ? greenInnerSplitAvx512 : GreenInnerSplit::pick();
+    return job.narrow ? GreenInnerNarrow::pick() : GreenInnerPlanar::pick();
 }
 
 void greenPlane(const ColourJob &job)

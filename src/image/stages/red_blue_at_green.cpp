@@ -96,7 +96,28 @@ void lineBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
 }
 
 // Pass 3 over an inner row of split rows.
-void lineInnerSplit(const PassRow &r)
+QUORIN_LANES_KERNEL(LineInnerSplit, (const PassRow &r), {
+    constexpr size_t kLanes = sizeof(V) / 2;
+    const size_t w = r.w, half = (w + 1) / 2;
+    const SplitSites sites(2, w - 3, r.odd ^ 1u);
+    const uint16_t *mosaic = r.m, *plane = r.plane[kGreen];
+    uint16_t *horizontal = r.plane[r.odd ? kBlue : kRed], *vertical = r.plane[r.odd ? kRed : kBlue];
+    for (size_t t = 0;; t += kLanes) {
+        t = std::min(t, sites.count - kLanes);
+        const size_t x = sites.first + 2 * t;
+        const V gc = QUORIN_SPLIT_AT(mosaic, x);
+        const V ml = QUORIN_SPLIT_AT(mosaic, x - 1), mr = QUORIN_SPLIT_AT(mosaic, x + 1);
+        const V gl = QUORIN_SPLIT_AT(plane, x - 1), gr = QUORIN_SPLIT_AT(plane, x + 1);
+        const V mu = QUORIN_SPLIT_AT(mosaic - w, x), md = QUORIN_SPLIT_AT(mosaic + w, x);
+        const V gu = QUORIN_SPLIT_AT(plane - w, x), gd = QUORIN_SPLIT_AT(plane + w, x);
+        QUORIN_LANES_STORE(QUORIN_SPLIT_PLACE(horizontal, x), QUORIN_LANES_FROM_LINE(ml, mr, gc, gl, gr));
+        QUORIN_LANES_STORE(QUORIN_SPLIT_PLACE(vertical, x), QUORIN_LANES_FROM_LINE(mu, md, gc, gu, gd));
+        if (t + kLanes == sites.count)
+            return;
+    }
+});
+
+void lineInnerSplitAvx512(const PassRow &r)
 {
     vec::lineSplitAvx512(r.m, r.plane[kGreen], r.plane[r.odd ? kBlue : kRed], r.plane[r.odd ? kRed : kBlue], r.w,
                          r.odd);
@@ -127,7 +148,9 @@ void redBlueAtGreenRow(const ColourJob &job, uint32_t y, PassRowKernel inner)
 
 PassRowKernel lineKernel(const ColourJob &job)
 {
-    return job.p.half != 0 ? lineInnerSplit : job.narrow ? LineInnerNarrow::pick() : LineInnerPlanar::pick();
+    if (job.p.half != 0)
+        return vec::avx512Active() ? lineInnerSplitAvx512 : LineInnerSplit::pick();
+    return job.narrow ? LineInnerNarrow::pick() : LineInnerPlanar::pick();
 }
 
 void redBlueAtGreen(const ColourJob &job)

@@ -112,8 +112,45 @@ QUORIN_ALWAYS_INLINE inline void diagonalInnerRow(const PassRow &r)
 
 QUORIN_KERNEL(DiagonalInnerPlanar, (const PassRow &r), diagonalInnerRow(r););
 
-// Pass 4 over an inner row in 16-bit lanes, fall-backs included; the last
-// columns one by one.
+// The colour a red or blue site misses, from its diagonal neighbours' values
+// c0 .. c3 (up-left, down-right, up-right, down-left) and greens g0 .. g3
+// and its own green gc, in 16-bit lanes, fall-backs included.
+#define QUORIN_LANES_DIAGONAL(gc, c0, c1, c2, c3, g0, g1, g2, g3)                                                      \
+    ({                                                                                                                 \
+        const V d1_ = (gc) + (gc) - (g0) - (g1), d2_ = (gc) + (gc) - (g2) - (g3);                                      \
+        const V a1_ = QUORIN_LANES_MAGNITUDE(d1_), a2_ = QUORIN_LANES_MAGNITUDE(d2_);                                  \
+        const V all_ = ((c0) + (c1) + (c2) + (c3) + d1_ + d2_) >> 2;                                                   \
+        const V first_ = ((c0) + (c1) + d1_) >> 1, second_ = ((c2) + (c3) + d2_) >> 1;                                 \
+        V v_ = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK((a1_ < 200) & (a2_ < 200), all_,                                   \
+                                                    QUORIN_LANES_PICK((a1_ < a2_) & (a1_ < 200), first_, second_)));   \
+        const V fallback_ = (a1_ >= 200) & (a2_ >= 200);                                                               \
+        std::uint64_t words_[sizeof(V) / 8], any_ = 0;                                                                 \
+        std::memcpy(words_, &fallback_, sizeof words_);                                                                \
+        for (const std::uint64_t word_ : words_)                                                                       \
+            any_ |= word_;                                                                                             \
+        if (any_ != 0) {                                                                                               \
+            /* When neither diagonal pair agrees with the green: the first mixed pair that does, else the closest */   \
+            /* single neighbour within 100 (the first of equals), else the mean of all. */                             \
+            V bestDistance_ = V{} + 100, best_ = QUORIN_LANES_CLAMP(all_);                                             \
+            const V cs_[4] = {(c0), (c1), (c2), (c3)}, gs_[4] = {(g0), (g1), (g2), (g3)};                              \
+            for (int k_ = 0; k_ < 4; ++k_) {                                                                           \
+                const V distance_ = QUORIN_LANES_MAGNITUDE((gc) - gs_[k_]);                                            \
+                const V closer_ = distance_ < bestDistance_;                                                           \
+                bestDistance_ = QUORIN_LANES_PICK(closer_, distance_, bestDistance_);                                  \
+                best_ = QUORIN_LANES_PICK(closer_, QUORIN_LANES_CLAMP(cs_[k_] + ((gc) - gs_[k_])), best_);             \
+            }                                                                                                          \
+            constexpr int kMixed_[4][2] = {{1, 3}, {1, 2}, {0, 3}, {0, 2}}; /* the last one first */                   \
+            for (const auto &p_ : kMixed_) {                                                                           \
+                const V d_ = (gc) + (gc) - gs_[p_[0]] - gs_[p_[1]];                                                    \
+                best_ = QUORIN_LANES_PICK(QUORIN_LANES_MAGNITUDE(d_) < 200,                                            \
+                                          QUORIN_LANES_CLAMP((cs_[p_[0]] + cs_[p_[1]] + d_) >> 1), best_);             \
+            }                                                                                                          \
+            v_ = QUORIN_LANES_PICK(fallback_, best_, v_);                                                              \
+        }                                                                                                              \
+        v_;                                                                                                            \
+    })
+
+// Pass 4 over an inner row in 16-bit lanes; the last columns one by one.
 QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const PassRow &r), {
     constexpr uint32_t kLanes = sizeof(V) / 2;
     const size_t w = r.w;
@@ -127,43 +164,11 @@ QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const PassRow &r), {
         x = std::min(x, end - kLanes); // the last block again over done columns
         const size_t i = x;
         const V site = ~QUORIN_LANES_ODD(x, odd);
-        const V gc = QUORIN_LANES_LOAD(g + i);
-        const V c0 = QUORIN_LANES_LOAD(m + i - w - 1), c1 = QUORIN_LANES_LOAD(m + i + w + 1);
-        const V c2 = QUORIN_LANES_LOAD(m + i - w + 1), c3 = QUORIN_LANES_LOAD(m + i + w - 1);
-        const V d1 = gc + gc - QUORIN_LANES_LOAD(g + i - w - 1) - QUORIN_LANES_LOAD(g + i + w + 1);
-        const V d2 = gc + gc - QUORIN_LANES_LOAD(g + i - w + 1) - QUORIN_LANES_LOAD(g + i + w - 1);
-        const V a1 = QUORIN_LANES_MAGNITUDE(d1), a2 = QUORIN_LANES_MAGNITUDE(d2);
-        const V all = (c0 + c1 + c2 + c3 + d1 + d2) >> 2;
-        const V first = (c0 + c1 + d1) >> 1, second = (c2 + c3 + d2) >> 1;
-        V v = QUORIN_LANES_CLAMP(QUORIN_LANES_PICK((a1 < 200) & (a2 < 200), all,
-                                                   QUORIN_LANES_PICK((a1 < a2) & (a1 < 200), first, second)));
-        const V fallback = (a1 >= 200) & (a2 >= 200);
-        std::uint64_t words[sizeof(V) / 8], anyFallback = 0;
-        std::memcpy(words, &fallback, sizeof words);
-        for (const std::uint64_t word : words)
-            anyFallback |= word;
-        if (anyFallback != 0) {
-            // When neither diagonal pair agrees with the green: the first
-            // mixed pair that does, else the closest single neighbour
-            // within 100 (the first of equals), else the mean of all.
-            const V g0 = QUORIN_LANES_LOAD(g + i - w - 1), g1 = QUORIN_LANES_LOAD(g + i + w + 1);
-            const V g2 = QUORIN_LANES_LOAD(g + i - w + 1), g3 = QUORIN_LANES_LOAD(g + i + w - 1);
-            V bestDistance = V{} + 100, best = QUORIN_LANES_CLAMP(all);
-            const V cs[4] = {c0, c1, c2, c3}, gs[4] = {g0, g1, g2, g3};
-            for (int k = 0; k < 4; ++k) {
-                const V distance = QUORIN_LANES_MAGNITUDE(gc - gs[k]);
-                const V closer = distance < bestDistance;
-                bestDistance = QUORIN_LANES_PICK(closer, distance, bestDistance);
-                best = QUORIN_LANES_PICK(closer, QUORIN_LANES_CLAMP(cs[k] + (gc - gs[k])), best);
-            }
-            static constexpr int kMixed[4][2] = {{1, 3}, {1, 2}, {0, 3}, {0, 2}}; // the last one first
-            for (const auto &p : kMixed) {
-                const V d = gc + gc - gs[p[0]] - gs[p[1]];
-                best = QUORIN_LANES_PICK(QUORIN_LANES_MAGNITUDE(d) < 200,
-                                         QUORIN_LANES_CLAMP((cs[p[0]] + cs[p[1]] + d) >> 1), best);
-            }
-            v = QUORIN_LANES_PICK(fallback, best, v);
-        }
+        const V v = QUORIN_LANES_DIAGONAL(QUORIN_LANES_LOAD(g + i), QUORIN_LANES_LOAD(m + i - w - 1),
+                                          QUORIN_LANES_LOAD(m + i + w + 1), QUORIN_LANES_LOAD(m + i - w + 1),
+                                          QUORIN_LANES_LOAD(m + i + w - 1), QUORIN_LANES_LOAD(g + i - w - 1),
+                                          QUORIN_LANES_LOAD(g + i + w + 1), QUORIN_LANES_LOAD(g + i - w + 1),
+                                          QUORIN_LANES_LOAD(g + i + w - 1));
         QUORIN_LANES_STORE(missing + i, QUORIN_LANES_PICK(site, v, QUORIN_LANES_LOAD(missing + i)));
         if (x + kLanes == end)
             return;
@@ -172,6 +177,29 @@ QUORIN_LANES_KERNEL(DiagonalInnerNarrow, (const PassRow &r), {
     std::memset(flags, 0, sizeof flags);
     if (diagonalInnerLoop(m, g, missing, w, odd, flags, x) != 0)
         diagonalFixRow(r, flags);
+});
+
+// Pass 4 over an inner row of split rows: only the red and blue sites,
+// whole registers of them, the last register over sites done already.
+QUORIN_LANES_KERNEL(DiagonalInnerSplit, (const PassRow &r), {
+    constexpr size_t kLanes = sizeof(V) / 2;
+    const size_t w = r.w, half = (w + 1) / 2;
+    const SplitSites sites(1, w - 2, r.odd);
+    const uint16_t *above = r.m - w, *under = r.m + w;
+    const uint16_t *green = r.plane[kGreen], *greenAbove = green - w, *greenUnder = green + w;
+    uint16_t *missing = r.plane[r.odd ? kRed : kBlue];
+    for (size_t t = 0;; t += kLanes) {
+        t = std::min(t, sites.count - kLanes);
+        const size_t x = sites.first + 2 * t;
+        const V v = QUORIN_LANES_DIAGONAL(QUORIN_SPLIT_AT(green, x), QUORIN_SPLIT_AT(above, x - 1),
+                                          QUORIN_SPLIT_AT(under, x + 1), QUORIN_SPLIT_AT(above, x + 1),
+                                          QUORIN_SPLIT_AT(under, x - 1), QUORIN_SPLIT_AT(greenAbove, x - 1),
+                                          QUORIN_SPLIT_AT(greenUnder, x + 1), QUORIN_SPLIT_AT(greenAbove, x + 1),
+                                          QUORIN_SPLIT_AT(greenUnder, x - 1));
+        QUORIN_LANES_STORE(QUORIN_SPLIT_PLACE(missing, x), v);
+        if (t + kLanes == sites.count)
+            return;
+    }
 });
 
 void diagonalBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
@@ -191,7 +219,7 @@ void diagonalBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
 }
 
 // Pass 4 over an inner row of split rows.
-void diagonalInnerSplit(const PassRow &r)
+void diagonalInnerSplitAvx512(const PassRow &r)
 {
     vec::diagonalSplitAvx512(r.m, r.plane[kGreen], r.plane[r.odd ? kRed : kBlue], r.w, r.odd);
 }
@@ -221,7 +249,9 @@ void redBlueAtRedBlueRow(const ColourJob &job, uint32_t y, PassRowKernel inner)
 
 PassRowKernel diagonalKernel(const ColourJob &job)
 {
-    return job.p.half != 0 ? diagonalInnerSplit : job.narrow ? DiagonalInnerNarrow::pick() : DiagonalInnerPlanar::pick();
+    if (job.p.half != 0)
+        return vec::avx512Active() ? diagonalInnerSplitAvx512 : DiagonalInnerSplit::pick();
+    return job.narrow ? DiagonalInnerNarrow::pick() : DiagonalInnerPlanar::pick();
 }
 
 void redBlueAtTop(const ColourJob &job)

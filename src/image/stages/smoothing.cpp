@@ -111,7 +111,62 @@ void smoothRowAvx2(const uint16_t *above, const uint16_t *here, const uint16_t *
     smoothRow(above, here, below, out, w, odd, last, from);
 }
 
+// The same for split rows in 16-bit lanes: only the green half of the
+// row, whole registers of sites (the last over sites done already); the
+// green sites outside the smoothed ones (one at most at each end) as they
+// are.
+QUORIN_LANES_KERNEL(SmoothSplit,
+                    (const uint16_t *above, const uint16_t *here, const uint16_t *below, uint16_t *mosaic, size_t w,
+                     uint32_t odd, uint32_t last),
+                    {
+                        constexpr size_t kLanes = sizeof(V) / 2;
+                        typedef std::int16_t Half __attribute__((vector_size(sizeof(V) / 2)));
+                        typedef float Quotients __attribute__((vector_size(sizeof(V))));
+                        typedef std::int32_t Wide __attribute__((vector_size(sizeof(V))));
+                        const size_t half = (w + 1) / 2;
+                        const SplitSites sites(1, last, odd ^ 1u);
+                        const size_t counts[2] = {half, w / 2};
+                        const uint32_t green = odd ^ 1u;
+                        const size_t firstIndex = sites.first / 2, lastIndex = firstIndex + sites.count - 1;
+                        const size_t greenAt = green * half;
+                        std::memcpy(mosaic + greenAt, here + greenAt, firstIndex * 2);
+                        std::memcpy(mosaic + greenAt + lastIndex + 1, here + greenAt + lastIndex + 1,
+                                    (counts[green] - lastIndex - 1) * 2);
+                        for (size_t t = 0;; t += kLanes) {
+                            t = std::min(t, sites.count - kLanes);
+                            const size_t x = sites.first + 2 * t;
+                            const V c = QUORIN_SPLIT_AT(here, x);
+                            const V n[4] = {QUORIN_SPLIT_AT(above, x - 1), QUORIN_SPLIT_AT(above, x + 1),
+                                            QUORIN_SPLIT_AT(below, x - 1), QUORIN_SPLIT_AT(below, x + 1)};
+                            V sum = c << 2, weight = V{} + 4;
+                            for (const V v : n) {
+                                const V d = QUORIN_LANES_MAGNITUDE(c - v);
+                                const V close = d < 25, near = (d >= 25) & (d < 50);
+                                sum += ((v + v) & close) | (v & near);
+                                weight += (close & 2) | (near & 1);
+                            }
+                            Half sums[2], weights[2], quotients[2];
+                            std::memcpy(sums, &sum, sizeof sums);
+                            std::memcpy(weights, &weight, sizeof weights);
+                            for (int k = 0; k < 2; ++k) {
+                                const Quotients q = __builtin_convertvector(sums[k], Quotients) /
+                                                    __builtin_convertvector(weights[k], Quotients);
+                                quotients[k] = __builtin_convertvector(__builtin_convertvector(q, Wide), Half);
+                            }
+                            V smoothed;
+                            std::memcpy(&smoothed, quotients, sizeof smoothed);
+                            QUORIN_LANES_STORE(QUORIN_SPLIT_PLACE(mosaic, x), smoothed);
+                            if (t + kLanes == sites.count)
+                                return;
+                        }
+                    });
+
 } // namespace
+
+SmoothSplitKernel smoothSplitKernel()
+{
+    return vec::avx512Active() ? vec::smoothSplitAvx512 : SmoothSplit::pick();
+}
 
 SmoothRowKernel smoothRowKernel(bool narrow)
 {

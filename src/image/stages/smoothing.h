@@ -18,4 +18,12 @@ using SmoothRowKernel = void (*)(const std::uint16_t *above, const std::uint16_t
                                  std::uint16_t *out, std::size_t w, std::uint32_t odd, std::uint32_t last);
 SmoothRowKernel smoothRowKernel(bool narrow);
 
+// The same for split rows of values below 1024 (see
+// kernels/vector_kernels.h): the green half of row `here` into the split
+// mosaic's row, the other half untouched.
+using SmoothSplitKernel = void (*)(const std::uint16_t *above, const std::uint16_t *here,
+                                   const std::uint16_t *below, std::uint16_t *mosaic, std::size_t w,
+                                   std::uint32_t odd, std::uint32_t last);
+SmoothSplitKernel smoothSplitKernel();
+
 } // namespace quorin::image
