@@ -192,6 +192,8 @@ constexpr std::size_t kSplitMinWidth = 68;
 // half of each row is read and written.
 void smoothSplitAvx512(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
                        std::uint16_t *mosaic, std::size_t w, std::uint32_t odd, std::uint32_t last);
+void smoothSplitAvx2(const std::uint16_t *above, const std::uint16_t *here, const std::uint16_t *below,
+                     std::uint16_t *mosaic, std::size_t w, std::uint32_t odd, std::uint32_t last);
 void greenSplitAvx512(const std::uint16_t *m, std::uint16_t *green, std::size_t w, std::uint32_t odd);
 void lineSplitAvx512(const std::uint16_t *m, const std::uint16_t *green, std::uint16_t *horizontal,
                      std::uint16_t *vertical, std::size_t w, std::uint32_t odd);

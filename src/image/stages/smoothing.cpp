@@ -165,7 +165,9 @@ QUORIN_LANES_KERNEL(SmoothSplit,
 
 SmoothSplitKernel smoothSplitKernel()
 {
-    return vec::avx512Active() ? vec::smoothSplitAvx512 : SmoothSplit::pick();
+    if (vec::avx512Active())
+        return vec::smoothSplitAvx512;
+    return vec::avx2Active() ? vec::smoothSplitAvx2 : SmoothSplit::pick();
 }
 
 SmoothRowKernel smoothRowKernel(bool narrow)
