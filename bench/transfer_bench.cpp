@@ -10,11 +10,11 @@
 #include "image/frame.h"
 #include "image/pipeline.h"
 #include "image/reference/stages.h"
+#include "image/schedule/team.h"
 #include "quorin/quorin.h"
 #include "vcam/vcam.h"
 
 #include <benchmark/benchmark.h>
-#include <omp.h>
 
 #include <cstring>
 #include <memory>
@@ -165,7 +165,7 @@ OpenCamera &cameraFor(const Config *c)
 
 void transfer(benchmark::State &state, const Config *c)
 {
-    omp_set_num_threads(static_cast<int>(state.range(0)));
+    quorin::image::team::setSize(static_cast<std::uint32_t>(state.range(0)));
     OpenCamera &open = cameraFor(c);
     // A destination on a 64-byte boundary, as the README asks of hosts.
     std::vector<std::uint8_t> destBytes(1024 * 1024 * 6 + 64);
@@ -184,7 +184,7 @@ void transfer(benchmark::State &state, const Config *c)
         }
         benchmark::DoNotOptimize(dest);
     }
-    omp_set_num_threads(2);
+    quorin::image::team::setSize(0);
 }
 
 // ---- Stages alone, on a prepared frame ------------------------------------
@@ -251,12 +251,12 @@ BENCHMARK(BM_ReferenceK5C)->Unit(benchmark::kMillisecond);
 // that every buffer holds what the stage reads.
 template <void (*Stage)(Buffers &), bool Colour> void runStage(benchmark::State &state)
 {
-    omp_set_num_threads(static_cast<int>(state.range(0)));
+    quorin::image::team::setSize(static_cast<std::uint32_t>(state.range(0)));
     Buffers b(Colour);
     quorin::image::process(b.f, false, b.dest.data());
     for (auto _ : state)
         Stage(b);
-    omp_set_num_threads(2);
+    quorin::image::team::setSize(0);
 }
 
 namespace stage = quorin::image::stage;

@@ -3,6 +3,7 @@
 #include "data/registry_settings.h"
 #include "data/settings_files.h"
 #include "device/device_table.h"
+#include "image/schedule/team.h"
 #include "device/startup.h"
 #include "link/transaction.h"
 #include "quorin/quorin.h"
@@ -54,6 +55,7 @@ void onProcessDetach()
         DEV_CloseDevice(d, &scratch);
     }
     destroyLibraryHeap();
+    image::team::stopAtUnload();
     g_state.initialised = 0;
 }
 
@@ -79,6 +81,7 @@ extern "C" int32_t DEV_Init(int32_t *err)
 extern "C" int32_t DEV_Exit(int32_t *err)
 {
     destroyLibraryHeap();
+    image::team::stop();
     if (err != nullptr)
         *err = QUORIN_SUCCESS;
     g_state.initialised = 0;

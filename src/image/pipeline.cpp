@@ -82,7 +82,7 @@ ImageLayout colourPipeline(const Frame &f, bool sixteenBit, void *dest)
         const bool split = narrow && splitRowsFor(f);
         const ColourJob job = colourJob(f, split, narrow);
         const ColourOutput output(job, sixteenBit, dest);
-        const uint32_t threads = WindowPass::threadsFor(job, output, teamSize());
+        const uint32_t threads = WindowPass::threadsFor(job, output, team::threadsFor(f.area.pixels()));
         const uint32_t bits = colourFrame(job, fused ? &sensor : nullptr, output, threads);
         if (bits <= kMaxValue || !narrow)
             return split ? ImageLayout::SplitMosaic : ImageLayout::Mosaic;
@@ -104,7 +104,7 @@ ImageLayout process(const Frame &f, bool sixteenBit, void *dest)
         }
         const SensorJob sensor = fusedSensorJob(f);
         const GreyOutput output(f, sixteenBit, dest);
-        greyFrame(f, fused ? &sensor : nullptr, output, teamSize());
+        greyFrame(f, fused ? &sensor : nullptr, output, team::threadsFor(f.area.pixels()));
         return ImageLayout::Grey;
     }
     if (f.colourMode == 1 || f.colourMode == 2)
@@ -143,7 +143,7 @@ void grey(const Frame &f, bool sixteenBit, void *dest)
 {
     const SensorJob sensor = fusedSensorJob(f);
     const GreyOutput output(f, sixteenBit, dest);
-    greyFrame(f, &sensor, output, teamSize());
+    greyFrame(f, &sensor, output, team::threadsFor(f.area.pixels()));
 }
 
 void defects(const Frame &f)
@@ -155,14 +155,14 @@ void colourFirstPass(const Frame &f)
 {
     const SensorJob sensor = fusedSensorJob(f);
     const ColourJob job = colourJob(f, splitRowsFor(f), true);
-    image::colourFirstPass(job, fusedSensor(f) ? &sensor : nullptr, teamSize());
+    image::colourFirstPass(job, fusedSensor(f) ? &sensor : nullptr, team::threadsFor(f.area.pixels()));
 }
 
 void colourWindowPass(const Frame &f, bool sixteenBit, void *dest)
 {
     const ColourJob job = colourJob(f, splitRowsFor(f), true);
     const ColourOutput output(job, sixteenBit, dest);
-    image::colourWindowPass(job, output, WindowPass::threadsFor(job, output, teamSize()));
+    image::colourWindowPass(job, output, WindowPass::threadsFor(job, output, team::threadsFor(f.area.pixels())));
 }
 
 } // namespace stage

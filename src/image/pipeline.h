@@ -1,6 +1,6 @@
 // The shipped pixel pipeline: the same results as the reference stages,
 // organised for speed (fused passes over bands of rows, vector kernels
-// chosen at run time, OpenMP).
+// chosen at run time, the library's thread team).
 #pragma once
 
 #include "image/frame.h"

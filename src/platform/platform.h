@@ -33,6 +33,22 @@ void virtualRelease(void *memory, std::size_t bytes);
 
 void sleepMs(std::uint32_t milliseconds);
 
+// ---- Threads -------------------------------------------------------------
+
+// The number of processors the process may run on (at least 1).
+std::uint32_t processorCount();
+
+// Opaque running thread.
+using Thread = void *;
+// Starts a thread running entry(arg); null when it cannot start.
+Thread threadStart(void (*entry)(void *), void *arg);
+// Waits for the thread to end and releases it.
+void threadJoin(Thread thread);
+// The same while the library is being unloaded: on Windows, where a thread
+// cannot end by itself under the loader lock, the thread (which must be
+// waiting, holding nothing) is stopped where it is.
+void threadEndAtUnload(Thread thread);
+
 // ---- Per-user registry (HKEY_CURRENT_USER) -------------------------------
 
 // Value types, numbered as the Windows registry numbers them.

@@ -11,6 +11,8 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <pthread.h>
+#include <sched.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -348,6 +350,56 @@ void registryCloseKey(RegistryKey key)
         replaceFile(file, text.data(), text.size());
     } catch (...) {
     }
+}
+
+std::uint32_t processorCount()
+{
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0)
+        return static_cast<std::uint32_t>(CPU_COUNT(&set));
+    const long online = sysconf(_SC_NPROCESSORS_ONLN);
+    return online > 0 ? static_cast<std::uint32_t>(online) : 1;
+}
+
+namespace {
+
+struct ThreadStart {
+    void (*entry)(void *);
+    void *arg;
+};
+
+void *threadTrampoline(void *start)
+{
+    const ThreadStart s = *static_cast<ThreadStart *>(start);
+    delete static_cast<ThreadStart *>(start);
+    s.entry(s.arg);
+    return nullptr;
+}
+
+} // namespace
+
+Thread threadStart(void (*entry)(void *), void *arg)
+{
+    auto *start = new (std::nothrow) ThreadStart{entry, arg};
+    auto *thread = new (std::nothrow) pthread_t;
+    if (start == nullptr || thread == nullptr || pthread_create(thread, nullptr, threadTrampoline, start) != 0) {
+        delete start;
+        delete thread;
+        return nullptr;
+    }
+    return thread;
+}
+
+void threadJoin(Thread thread)
+{
+    auto *t = static_cast<pthread_t *>(thread);
+    pthread_join(*t, nullptr);
+    delete t;
+}
+
+void threadEndAtUnload(Thread thread)
+{
+    threadJoin(thread);
 }
 
 } // namespace quorin::platform

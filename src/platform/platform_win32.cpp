@@ -7,6 +7,7 @@
 #include <shlwapi.h>
 
 #include <cstdio>
+#include <new>
 #include <string>
 
 namespace quorin {
@@ -160,6 +161,60 @@ bool replaceFile(const std::string &path, const void *bytes, std::size_t size)
         return false;
     }
     return false;
+}
+
+std::uint32_t processorCount()
+{
+    DWORD_PTR process = 0, system = 0;
+    if (GetProcessAffinityMask(GetCurrentProcess(), &process, &system) && process != 0) {
+        std::uint32_t n = 0;
+        for (; process != 0; process &= process - 1)
+            ++n;
+        return n;
+    }
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    return info.dwNumberOfProcessors > 0 ? info.dwNumberOfProcessors : 1;
+}
+
+namespace {
+
+struct ThreadStart {
+    void (*entry)(void *);
+    void *arg;
+};
+
+DWORD WINAPI threadTrampoline(LPVOID start)
+{
+    const ThreadStart s = *static_cast<ThreadStart *>(start);
+    delete static_cast<ThreadStart *>(start);
+    s.entry(s.arg);
+    return 0;
+}
+
+} // namespace
+
+Thread threadStart(void (*entry)(void *), void *arg)
+{
+    auto *start = new (std::nothrow) ThreadStart{entry, arg};
+    HANDLE thread = start != nullptr ? CreateThread(nullptr, 0, threadTrampoline, start, 0, nullptr) : nullptr;
+    if (thread == nullptr)
+        delete start;
+    return thread;
+}
+
+void threadJoin(Thread thread)
+{
+    WaitForSingleObject(static_cast<HANDLE>(thread), INFINITE);
+    CloseHandle(static_cast<HANDLE>(thread));
+}
+
+void threadEndAtUnload(Thread thread)
+{
+    // The library is being unloaded under the loader lock, which a thread
+    // needs to end by itself: the threads are stopped where they wait.
+    TerminateThread(static_cast<HANDLE>(thread), 0);
+    CloseHandle(static_cast<HANDLE>(thread));
 }
 
 } // namespace quorin::platform

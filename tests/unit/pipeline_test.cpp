@@ -4,12 +4,10 @@
 #include "image/stages/defect_sets.h"
 #include "image/pipeline.h"
 #include "image/reference/stages.h"
+#include "image/schedule/team.h"
 #include "image/kernels/simd.h"
 
 #include <gtest/gtest.h>
-#ifdef _OPENMP
-#include <omp.h>
-#endif
 
 #include <algorithm>
 #include <iterator>
@@ -388,15 +386,10 @@ TEST(PipelineDefects, KeptSetFollowsTheList)
 // forty, the windows do not fit in the buffers and fewer threads run them.
 TEST(PipelineThreads, EverySetupWithMoreThreadsThanCores)
 {
-#ifdef _OPENMP
-    const int threads = omp_get_max_threads();
-    for (const int team : {6, 40}) {
-        SCOPED_TRACE(team);
-        omp_set_num_threads(team);
-        everySetup(99 + static_cast<unsigned>(team), 1);
+    for (const std::uint32_t threads : {6u, 40u}) {
+        SCOPED_TRACE(threads);
+        team::setSize(threads);
+        everySetup(99 + threads, 1);
     }
-    omp_set_num_threads(threads);
-#else
-    GTEST_SKIP() << "built without OpenMP";
-#endif
+    team::setSize(0);
 }

@@ -3,6 +3,7 @@
 #include "vcam/vcam.h"
 
 #include "camera_model.h"
+#include "delivery.h"
 #include "wire.h"
 
 #include <algorithm>
@@ -58,28 +59,6 @@ struct VcamCamera {
 };
 
 namespace {
-
-// Image data reaches the host the way a camera's DMA engine fills host
-// memory, without holding up one core for a whole frame: large copies are
-// shared among the OpenMP threads (where the build has them).
-void deliverBytes(std::uint8_t *to, const std::uint8_t *from, std::size_t n)
-{
-#ifdef _OPENMP
-    constexpr std::size_t kLarge = std::size_t{256} << 10;
-    if (n >= kLarge) {
-        constexpr long kPieces = 16;
-#pragma omp parallel for schedule(static)
-        for (long p = 0; p < kPieces; ++p) {
-            const std::size_t begin = n * static_cast<std::size_t>(p) / kPieces / 64 * 64;
-            const std::size_t end = p + 1 == kPieces ? n : n * static_cast<std::size_t>(p + 1) / kPieces / 64 * 64;
-            std::memcpy(to + begin, from + begin, end - begin);
-        }
-        return;
-    }
-#endif
-    std::memcpy(to, from, n);
-}
-
 
 using CameraPtr = std::shared_ptr<VcamCamera>;
 
@@ -187,7 +166,7 @@ void deliverBulk(VcamCamera &cam, const vcam::Bulk &bulk, bool imageData)
         if (!cam.announced || cam.armedBuffer == nullptr)
             return; // nobody listens on the image channel
         std::size_t n = std::min<std::size_t>(bulk->size(), cam.armedLength);
-        deliverBytes(cam.armedBuffer, bulk->data(), n);
+        vcam::deliverBytes(cam.armedBuffer, bulk->data(), n);
         cam.transferDone = n == cam.armedLength;
         cam.announced = false;
         return;
@@ -306,7 +285,7 @@ std::int32_t linkReceive(std::uint32_t handle, std::uint8_t *data, std::uint32_t
         while (done < length) {
             VcamCamera::Chunk &c = cam.outgoing.front();
             std::size_t n = std::min<std::size_t>(length - done, c.length - c.offset);
-            deliverBytes(data + done, c.data() + c.offset, n);
+            vcam::deliverBytes(data + done, c.data() + c.offset, n);
             done += n;
             c.offset += n;
             if (c.offset == c.length)
@@ -407,7 +386,7 @@ std::int32_t linkTransactData(std::uint32_t handle, const std::uint8_t *frame, s
         if (static_cast<std::size_t>(length) > have)
             return call.fail(VCAM_ERR_TIMEOUT); // the data phase never completes
         if (length != 0)
-            deliverBytes(static_cast<std::uint8_t *>(data), a.bulk->data(), static_cast<std::size_t>(length));
+            vcam::deliverBytes(static_cast<std::uint8_t *>(data), a.bulk->data(), static_cast<std::size_t>(length));
         vcam::writeFrame(4, {replyCode(cam, f.code), a.value1, a.value2}, reply);
         return call.succeed();
     });

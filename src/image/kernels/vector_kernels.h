@@ -25,6 +25,11 @@ constexpr std::size_t kBlock = 64;
 // while every byte read lies among the first `readable` bytes of in (AVX2).
 // Returns the number of groups done; the caller unpacks the rest.
 std::size_t unpackGroupsAvx2(const std::uint8_t *in, std::size_t groups, std::size_t readable, std::uint16_t *out);
+// The same with the dark subtraction and pixel gain of sensorRowVbmi
+// (below) in the same registers.
+std::size_t sensorRowAvx2(const std::uint8_t *in, std::size_t groups, std::size_t readable, const std::uint16_t *dark,
+                          bool darkClamp, const std::uint16_t *gainRow, std::uint16_t constantGain,
+                          std::uint16_t *out);
 
 // One row of the sensor corrections on whole groups (VBMI): unpacks
 // `groups` groups of four 10-bit values from in (five bytes each) to out,
@@ -169,6 +174,8 @@ struct SplitBalance {
 // its odd ones to odd. Returns the OR of the values written.
 std::uint32_t balanceSplitAvx512(const std::uint16_t *in, std::size_t w, const SplitBalance &rule,
                                  std::uint16_t *even, std::uint16_t *odd);
+std::uint32_t balanceSplitAvx2(const std::uint16_t *in, std::size_t w, const SplitBalance &rule, std::uint16_t *even,
+                               std::uint16_t *odd);
 
 // The inner columns of one inner row (y, with odd = y & 1) of the three
 // interpolation passes on split rows, over a split mosaic of values below

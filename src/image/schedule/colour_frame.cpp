@@ -14,25 +14,24 @@ uint32_t colourFrame(const ColourJob &job, const SensorJob *sensor, const Colour
     const FirstPass first(job, sensor, threads);
     const WindowPass windows(job, output);
     std::atomic<bool> done[FirstPass::kMaxBands] = {};
-    uint32_t bits = 0;
-#pragma omp parallel num_threads(threads) reduction(| : bits)
-    {
+    std::atomic<uint32_t> bits{0};
+    team::Chunks firstBands(first.bands()), windowBands(windows.bands());
+    team::run(threads, [&](uint32_t slot) {
+        uint32_t b, own = 0;
         {
             FirstPass::Thread thread(first);
-#pragma omp for schedule(dynamic, 1) nowait
-            for (int b = 0; b < static_cast<int>(first.bands()); ++b) {
-                bits |= first.run(static_cast<uint32_t>(b), thread);
+            while (firstBands.take(&b)) {
+                own |= first.run(b, thread);
                 done[b].store(true, std::memory_order_release);
             }
         }
-        WindowPass::Thread thread(windows, threadNumber());
-#pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(windows.bands()); ++b) {
-            const uint32_t needFirst = windows.needFirst(static_cast<uint32_t>(b));
-            const uint32_t needEnd = windows.needEnd(static_cast<uint32_t>(b));
-            // Every first-pass band is taken by now: those not done are
-            // being done. Spin briefly, then yield: the thread doing one may
-            // be waiting for a core.
+        bits.fetch_or(own, std::memory_order_relaxed);
+        WindowPass::Thread thread(windows, slot);
+        while (windowBands.take(&b)) {
+            const uint32_t needFirst = windows.needFirst(b), needEnd = windows.needEnd(b);
+            // Every first-pass band is taken by now: those not done are being
+            // done. Spin briefly, then yield: the thread doing one may be
+            // waiting for a core.
             for (uint32_t k = 0; k < first.bands(); ++k)
                 if (first.first(k) < needEnd && first.first(k + 1) > needFirst)
                     for (uint32_t spins = 0; !done[k].load(std::memory_order_acquire); ++spins) {
@@ -41,36 +40,37 @@ uint32_t colourFrame(const ColourJob &job, const SensorJob *sensor, const Colour
                         else
                             std::this_thread::yield();
                     }
-            windows.run(static_cast<uint32_t>(b), thread);
+            windows.run(b, thread);
         }
-    }
-    return bits;
+    });
+    return bits.load(std::memory_order_relaxed);
 }
 
 uint32_t colourFirstPass(const ColourJob &job, const SensorJob *sensor, uint32_t threads)
 {
     const FirstPass pass(job, sensor, threads);
-    uint32_t bits = 0;
-#pragma omp parallel num_threads(threads) reduction(| : bits)
-    {
+    std::atomic<uint32_t> bits{0};
+    team::Chunks bands(pass.bands());
+    team::run(threads, [&](uint32_t) {
         FirstPass::Thread thread(pass);
-#pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(pass.bands()); ++b)
-            bits |= pass.run(static_cast<uint32_t>(b), thread);
-    }
-    return bits;
+        uint32_t b, own = 0;
+        while (bands.take(&b))
+            own |= pass.run(b, thread);
+        bits.fetch_or(own, std::memory_order_relaxed);
+    });
+    return bits.load(std::memory_order_relaxed);
 }
 
 void colourWindowPass(const ColourJob &job, const ColourOutput &output, uint32_t threads)
 {
     const WindowPass pass(job, output);
-#pragma omp parallel num_threads(threads)
-    {
-        WindowPass::Thread thread(pass, threadNumber());
-#pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(pass.bands()); ++b)
-            pass.run(static_cast<uint32_t>(b), thread);
-    }
+    team::Chunks bands(pass.bands());
+    team::run(threads, [&](uint32_t slot) {
+        WindowPass::Thread thread(pass, slot);
+        uint32_t b;
+        while (bands.take(&b))
+            pass.run(b, thread);
+    });
 }
 
 } // namespace quorin::image

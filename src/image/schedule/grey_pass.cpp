@@ -1,5 +1,7 @@
 #include "image/schedule/grey_pass.h"
 
+#include "image/schedule/team.h"
+
 #include <algorithm>
 
 namespace quorin::image {
@@ -56,13 +58,13 @@ void GreyPass::run(uint32_t b, Thread &thread) const
 void greyFrame(const Frame &f, const SensorJob *sensor, const GreyOutput &output, uint32_t threads)
 {
     const GreyPass pass(f, sensor, output, threads);
-#pragma omp parallel num_threads(threads)
-    {
+    team::Chunks bands(pass.bands());
+    team::run(threads, [&](uint32_t) {
         GreyPass::Thread thread;
-#pragma omp for schedule(dynamic, 1)
-        for (int b = 0; b < static_cast<int>(pass.bands()); ++b)
-            pass.run(static_cast<uint32_t>(b), thread);
-    }
+        uint32_t b;
+        while (bands.take(&b))
+            pass.run(b, thread);
+    });
 }
 
 } // namespace quorin::image

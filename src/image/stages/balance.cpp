@@ -121,7 +121,9 @@ uint32_t balanceSplitLanes(const uint16_t *in, size_t w, const vec::SplitBalance
 
 BalanceSplitKernel balanceSplitKernel()
 {
-    return vec::avx512Active() ? vec::balanceSplitAvx512 : balanceSplitLanes;
+    if (vec::avx512Active())
+        return vec::balanceSplitAvx512;
+    return vec::avx2Active() ? vec::balanceSplitAvx2 : balanceSplitLanes;
 }
 
 BalanceRowKernel balanceRowKernel()

@@ -1,6 +1,7 @@
 #include "image/stages/crosstalk.h"
 
 #include "image/kernels/portable.h"
+#include "image/schedule/team.h"
 
 #include <algorithm>
 
@@ -133,19 +134,20 @@ void crosstalk(std::uint16_t *work, const Area &a)
         }
         return;
     }
-    constexpr int kGroup = 4;
-    const int groups = static_cast<int>((a.h + kGroup - 1) / kGroup);
-#pragma omp parallel for schedule(static)
-    for (int g = 0; g < groups; ++g) {
-        uint16_t *rows[kGroup];
-        const int count = std::min<int>(kGroup, static_cast<int>(a.h) - g * kGroup);
-        for (int r = 0; r < count; ++r)
-            rows[r] = work + size_t(g * kGroup + r) * step;
-        rules(rows, count, 32, lastRuleColumn);
-        if (edge)
+    constexpr uint32_t kGroup = 4;
+    const uint32_t groups = (a.h + kGroup - 1) / kGroup;
+    team::parallelFor(groups, 8, [&](uint32_t begin, uint32_t end) {
+        for (uint32_t g = begin; g < end; ++g) {
+            uint16_t *rows[kGroup];
+            const int count = static_cast<int>(std::min(kGroup, a.h - g * kGroup));
             for (int r = 0; r < count; ++r)
-                edgeColumns(rows[r], w, size_t(g * kGroup + r), step);
-    }
+                rows[r] = work + size_t(g * kGroup + r) * step;
+            rules(rows, count, 32, lastRuleColumn);
+            if (edge)
+                for (int r = 0; r < count; ++r)
+                    edgeColumns(rows[r], w, size_t(g * kGroup + r), step);
+        }
+    });
 }
 
 } // namespace quorin::image

@@ -1,5 +1,7 @@
 #include "image/stages/defect_correction.h"
 
+#include "image/schedule/team.h"
+
 namespace quorin::image {
 
 using std::int32_t;
@@ -20,11 +22,11 @@ void correctDefects(const Frame &f)
         return;
     std::optional<DefectSet> local;
     const DefectSet &set = defectSet(f, local);
-    const int count = static_cast<int>(set.distinctCount());
     const uint32_t *entries = set.distinct();
-#pragma omp parallel for schedule(static) if (count >= 256)
-    for (int k = 0; k < count; ++k)
-        correctDefect(f, set, entries[k], [&f](uint32_t y) { return f.work + size_t{y} * f.area.w; });
+    team::parallelFor(set.distinctCount(), 256, [&](uint32_t begin, uint32_t end) {
+        for (uint32_t k = begin; k < end; ++k)
+            correctDefect(f, set, entries[k], [&f](uint32_t y) { return f.work + size_t{y} * f.area.w; });
+    });
 }
 
 } // namespace quorin::image

@@ -2,6 +2,7 @@
 // blue sites it is guided by the gradients of the row and the column.
 #include "image/kernels/portable.h"
 #include "image/kernels/vector_kernels.h"
+#include "image/schedule/team.h"
 #include "image/stages/interpolation.h"
 
 namespace quorin::image {
@@ -173,11 +174,11 @@ PassRowKernel greenKernel(const ColourJob &job)
 
 void greenPlane(const ColourJob &job)
 {
-    const int h = static_cast<int>(job.f->area.h);
     const PassRowKernel inner = greenKernel(job);
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi)
-        greenPlaneRow(job, static_cast<uint32_t>(yi), inner);
+    team::parallelFor(job.f->area.h, 16, [&](uint32_t begin, uint32_t end) {
+        for (uint32_t y = begin; y < end; ++y)
+            greenPlaneRow(job, y, inner);
+    });
 }
 
 } // namespace quorin::image

@@ -1,6 +1,7 @@
 #include "image/stages/output.h"
 
 #include "image/kernels/simd.h"
+#include "image/schedule/team.h"
 #include "image/reference/stages.h"
 
 #include <algorithm>
@@ -25,12 +26,9 @@ QUORIN_KERNEL(ReduceRange, (const uint16_t *in, size_t begin, size_t end, std::u
 
 void reduceValues(const uint16_t *in, size_t count, std::uint8_t *out, uint32_t shift)
 {
-    constexpr size_t kChunk = 16384;
     const auto kernel = ReduceRange::pick();
-    const long chunks = static_cast<long>((count + kChunk - 1) / kChunk);
-#pragma omp parallel for schedule(static)
-    for (long c = 0; c < chunks; ++c)
-        kernel(in, size_t(c) * kChunk, std::min(count, size_t(c + 1) * kChunk), out, shift);
+    team::parallelFor(static_cast<uint32_t>(count), 16384,
+                      [&](uint32_t begin, uint32_t end) { kernel(in, begin, end, out, shift); });
 }
 
 void outputColour(const Frame &f, bool sixteenBit, void *dest)

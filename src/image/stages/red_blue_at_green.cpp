@@ -2,6 +2,7 @@
 // wanted colour on the site's row or column, guided by the green plane.
 #include "image/kernels/portable.h"
 #include "image/kernels/vector_kernels.h"
+#include "image/schedule/team.h"
 #include "image/stages/interpolation.h"
 
 namespace quorin::image {
@@ -155,11 +156,11 @@ PassRowKernel lineKernel(const ColourJob &job)
 
 void redBlueAtGreen(const ColourJob &job)
 {
-    const int h = static_cast<int>(job.f->area.h);
     const PassRowKernel inner = lineKernel(job);
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi)
-        redBlueAtGreenRow(job, static_cast<uint32_t>(yi), inner);
+    team::parallelFor(job.f->area.h, 16, [&](uint32_t begin, uint32_t end) {
+        for (uint32_t y = begin; y < end; ++y)
+            redBlueAtGreenRow(job, y, inner);
+    });
 }
 
 } // namespace quorin::image

@@ -3,6 +3,7 @@
 // neither pair agrees with the green.
 #include "image/kernels/portable.h"
 #include "image/kernels/vector_kernels.h"
+#include "image/schedule/team.h"
 #include "image/stages/interpolation.h"
 
 #include <cstdlib>
@@ -272,11 +273,11 @@ void redBlueAtBottom(const ColourJob &job)
 
 void redBlueAtRedBlue(const ColourJob &job)
 {
-    const int h = static_cast<int>(job.f->area.h);
     const PassRowKernel inner = diagonalKernel(job);
-#pragma omp parallel for schedule(static)
-    for (int yi = 0; yi < h; ++yi)
-        redBlueAtRedBlueRow(job, static_cast<uint32_t>(yi), inner);
+    team::parallelFor(job.f->area.h, 16, [&](uint32_t begin, uint32_t end) {
+        for (uint32_t y = begin; y < end; ++y)
+            redBlueAtRedBlueRow(job, y, inner);
+    });
     redBlueAtTop(job);
     redBlueAtBottom(job);
 }

@@ -2,6 +2,7 @@
 
 #include "image/kernels/simd.h"
 #include "image/kernels/vector_kernels.h"
+#include "image/schedule/team.h"
 #include "image/stages/crosstalk.h"
 
 #include <cstring>
@@ -23,63 +24,69 @@ QUORIN_ALWAYS_INLINE inline void sensorRow(const SensorJob &job, uint32_t y, uin
     const Frame &f = *job.f;
     const Area &a = f.area;
     const size_t table = size_t{a.y0 + y} * kSensorSide + a.x0;
-    bool gainDone = false;
+    // The gain waits for the crosstalk correction when there is one.
+    const bool gainNow = job.gain && !job.crosstalk;
+    const std::uint16_t *gainRow = gainNow && !job.constantGain ? job.gainTable + table : nullptr;
+    const std::uint16_t constant = gainNow && job.constantGain ? 997 : 0;
+    // The columns that a vector kernel corrected as a whole.
+    uint32_t done = 0;
     if (Unpack && job.vbmiRow) {
-        // All of it in registers, 32 values at a time; the gain after the
-        // crosstalk correction when there is one.
-        const bool gain = job.gain && !job.crosstalk;
+        // All of it in registers, 32 values at a time.
         vec::sensorRowVbmi(f.raw + size_t{y} * a.w / 4 * 5, a.w / 4, job.dark ? f.dark + table : nullptr,
-                           job.darkVector, gain && !job.constantGain ? job.gainTable + table : nullptr,
-                           gain && job.constantGain ? 997 : 0, row);
-        gainDone = gain;
-    } else {
-        if constexpr (Unpack) {
-            // Each group is a 40-bit little-endian number; read it as 64
-            // bits (a frame is at most 1.25 MiB of the 2 MiB buffer, so the
-            // three bytes beyond the last group are always inside it).
-            const std::uint8_t *in = f.raw + size_t{y} * a.w / 4 * 5;
-            uint32_t g = 0;
-            if (job.shuffleUnpack) {
-                const size_t frameBytes = a.pixels() / 4 * 5;
-                g = static_cast<uint32_t>(
-                    vec::unpackGroupsAvx2(in, a.w / 4, frameBytes - size_t{y} * a.w / 4 * 5, row));
-            }
-            for (; g < a.w / 4; ++g) {
-                std::uint64_t v;
-                std::memcpy(&v, in + 5 * g, sizeof v);
-                row[4 * g] = static_cast<uint16_t>(v & 0x3FF);
-                row[4 * g + 1] = static_cast<uint16_t>((v >> 10) & 0x3FF);
-                row[4 * g + 2] = static_cast<uint16_t>((v >> 20) & 0x3FF);
-                row[4 * g + 3] = static_cast<uint16_t>((v >> 30) & 0x3FF);
-            }
+                           job.darkVector, gainRow, constant, row);
+        done = a.w;
+    } else if (Unpack && job.shuffleUnpack) {
+        // 16 values at a time while the bytes read lie in the frame.
+        const size_t frameBytes = a.pixels() / 4 * 5;
+        done = 4 * static_cast<uint32_t>(vec::sensorRowAvx2(f.raw + size_t{y} * a.w / 4 * 5, a.w / 4,
+                                                              frameBytes - size_t{y} * a.w / 4 * 5,
+                                                              job.dark ? f.dark + table : nullptr, job.darkVector,
+                                                              gainRow, constant, row));
+    }
+    const bool gainDone = gainNow && done == a.w;
+    if constexpr (Unpack) {
+        // Each group is a 40-bit little-endian number; read it as 64 bits
+        // (a frame is at most 1.25 MiB of the 2 MiB buffer, so the three
+        // bytes beyond the last group are always inside it).
+        const std::uint8_t *in = f.raw + size_t{y} * a.w / 4 * 5;
+        for (uint32_t g = done / 4; g < a.w / 4; ++g) {
+            std::uint64_t v;
+            std::memcpy(&v, in + 5 * g, sizeof v);
+            row[4 * g] = static_cast<uint16_t>(v & 0x3FF);
+            row[4 * g + 1] = static_cast<uint16_t>((v >> 10) & 0x3FF);
+            row[4 * g + 2] = static_cast<uint16_t>((v >> 20) & 0x3FF);
+            row[4 * g + 3] = static_cast<uint16_t>((v >> 30) & 0x3FF);
         }
-        if (job.dark) {
-            const uint16_t *d = f.dark + table;
-            if (job.darkVector) {
-                for (uint32_t x = 0; x < a.w; ++x) {
-                    int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
-                    v = v < 0 ? 0 : v;
-                    row[x] = static_cast<uint16_t>(v > kMaxValue ? kMaxValue : v);
-                }
-            } else {
-                for (uint32_t x = 0; x < a.w; ++x) {
-                    const int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
-                    row[x] = static_cast<uint16_t>(v < 1 ? 0 : v);
-                }
+    }
+    if (job.dark) {
+        const uint16_t *d = f.dark + table;
+        if (job.darkVector) {
+            for (uint32_t x = done; x < a.w; ++x) {
+                int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
+                v = v < 0 ? 0 : v;
+                row[x] = static_cast<uint16_t>(v > kMaxValue ? kMaxValue : v);
+            }
+        } else {
+            for (uint32_t x = done; x < a.w; ++x) {
+                const int32_t v = static_cast<std::int16_t>(static_cast<uint16_t>(row[x] - d[x]));
+                row[x] = static_cast<uint16_t>(v < 1 ? 0 : v);
             }
         }
     }
     if (job.crosstalk)
         crosstalkRow(row, a, y);
     if (job.gain && !gainDone) {
+        // The columns the vector kernel did have their gain unless the
+        // crosstalk correction sat between.
+        const uint32_t from = gainNow ? done : 0;
         if (job.constantGain) {
-            for (uint32_t x = 0; x < a.w; ++x) {
+            for (uint32_t x = from; x < a.w; ++x) {
                 const auto p = static_cast<uint16_t>((uint32_t{row[x]} * 997u) >> 9);
                 row[x] = static_cast<std::int16_t>(p) > kMaxValue ? kMaxValue : p;
             }
         } else {
             const uint16_t *g = job.gainTable + table;
-            for (uint32_t x = 0; x < a.w; ++x) {
+            for (uint32_t x = from; x < a.w; ++x) {
                 const auto p = static_cast<uint16_t>((uint32_t{row[x]} * g[x]) >> 9);
                 row[x] = static_cast<std::int16_t>(p) > kMaxValue ? kMaxValue : p;
             }
@@ -96,24 +103,24 @@ template <typename Kernel> void forEachRow(const SensorJob &job)
 {
     const auto kernel = Kernel::pick();
     const Frame &f = *job.f;
-    const int h = static_cast<int>(f.area.h);
-#pragma omp parallel for schedule(static)
-    for (int y = 0; y < h; ++y)
-        kernel(job, static_cast<uint32_t>(y), f.work + size_t(y) * f.area.w);
+    team::parallelFor(f.area.h, 16, [&](uint32_t begin, uint32_t end) {
+        for (uint32_t y = begin; y < end; ++y)
+            kernel(job, y, f.work + size_t{y} * f.area.w);
+    });
 }
 
 void unpackParallel(const std::uint8_t *raw, size_t pixels, uint16_t *work)
 {
-    const long groups = static_cast<long>(pixels >> 2);
-#pragma omp parallel for schedule(static)
-    for (long i = 0; i < groups; ++i) {
-        const std::uint8_t *b = raw + 5 * i;
-        uint16_t *o = work + 4 * i;
-        o[0] = static_cast<uint16_t>((b[1] & 0x03) << 8 | b[0]);
-        o[1] = static_cast<uint16_t>((b[2] & 0x0F) << 6 | b[1] >> 2);
-        o[2] = static_cast<uint16_t>((b[3] & 0x3F) << 4 | b[2] >> 4);
-        o[3] = static_cast<uint16_t>(b[4] << 2 | b[3] >> 6);
-    }
+    team::parallelFor(static_cast<uint32_t>(pixels >> 2), 16384, [&](uint32_t begin, uint32_t end) {
+        for (size_t i = begin; i < end; ++i) {
+            const std::uint8_t *b = raw + 5 * i;
+            uint16_t *o = work + 4 * i;
+            o[0] = static_cast<uint16_t>((b[1] & 0x03) << 8 | b[0]);
+            o[1] = static_cast<uint16_t>((b[2] & 0x0F) << 6 | b[1] >> 2);
+            o[2] = static_cast<uint16_t>((b[3] & 0x3F) << 4 | b[2] >> 4);
+            o[3] = static_cast<uint16_t>(b[4] << 2 | b[3] >> 6);
+        }
+    });
 }
 
 } // namespace

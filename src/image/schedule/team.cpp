@@ -1,0 +1,190 @@
+#include "image/schedule/team.h"
+
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace quorin::image::team {
+namespace {
+
+// A job open to helpers. It lives on the caller's stack: the caller closes
+// it and waits until no helper is inside before it returns.
+struct Job {
+    void (*call)(void *context, uint32_t slot);
+    void *context;
+    uint32_t slots;            // threads the job may run on
+    uint32_t joined = 1;       // the next slot (the caller has 0); under the lock
+    bool closed = false;       // under the lock
+    std::atomic<uint32_t> inside{0}; // helpers running the call
+};
+
+// How long an idle helper looks for a job before it sleeps (some 50 us):
+// long enough to catch the next job of a frame, short enough not to take a
+// busy machine's time from its other work.
+constexpr int kSpins = 2000;
+
+struct State {
+    std::mutex lock;
+    std::condition_variable wake;
+    std::vector<platform::Thread> helpers;
+    std::vector<Job *> open;           // jobs helpers may join, oldest first
+    std::atomic<uint32_t> generation{0}; // counts opened jobs, for spinning helpers
+    bool stopping = false;
+    std::atomic<uint32_t> size{0};     // 0: the default
+};
+
+// The team lives until the process ends: helpers may still wait on it
+// while static objects are destroyed.
+State &state()
+{
+    static State *s = new State;
+    return *s;
+}
+
+uint32_t defaultSize()
+{
+    static const uint32_t size = [] {
+        if (const char *v = std::getenv("QUORIN_THREADS")) {
+            const long n = std::strtol(v, nullptr, 10);
+            if (n >= 1 && n <= 256)
+                return static_cast<uint32_t>(n);
+        }
+        return std::max<uint32_t>(platform::processorCount(), 1);
+    }();
+    return size;
+}
+
+// Joins an open job under the lock: the slot it runs as, or 0 for none.
+uint32_t join(Job *job)
+{
+    if (job->closed || job->joined >= job->slots)
+        return 0;
+    job->inside.fetch_add(1, std::memory_order_relaxed);
+    return job->joined++;
+}
+
+void helper(void *)
+{
+    State &s = state();
+    uint32_t seen = s.generation.load(std::memory_order_acquire);
+    std::unique_lock<std::mutex> guard(s.lock);
+    for (;;) {
+        Job *job = nullptr;
+        uint32_t slot = 0;
+        for (Job *open : s.open)
+            if ((slot = join(open)) != 0) {
+                job = open;
+                break;
+            }
+        if (job != nullptr) {
+            guard.unlock();
+            job->call(job->context, slot);
+            job->inside.fetch_sub(1, std::memory_order_release); // the job may end from here on
+            guard.lock();
+            continue;
+        }
+        if (s.stopping)
+            return;
+        // Nothing to join: look again for a moment, then sleep.
+        guard.unlock();
+        for (int spins = 0; spins < kSpins && s.generation.load(std::memory_order_acquire) == seen; ++spins)
+            __builtin_ia32_pause();
+        guard.lock();
+        if (s.generation.load(std::memory_order_acquire) == seen)
+            s.wake.wait(guard, [&] { return s.stopping || s.generation.load(std::memory_order_acquire) != seen; });
+        seen = s.generation.load(std::memory_order_acquire);
+    }
+}
+
+// Starts helpers until there are threads - 1 of them (under the lock).
+void startHelpers(State &s, uint32_t threads)
+{
+    while (s.helpers.size() + 1 < threads && !s.stopping) {
+        platform::Thread t = platform::threadStart(helper, nullptr);
+        if (t == nullptr)
+            return; // the jobs run on fewer threads
+        s.helpers.push_back(t);
+    }
+}
+
+void end(void (*finish)(platform::Thread))
+{
+    State &s = state();
+    std::vector<platform::Thread> helpers;
+    {
+        std::lock_guard<std::mutex> guard(s.lock);
+        s.stopping = true;
+        helpers.swap(s.helpers);
+    }
+    s.wake.notify_all();
+    for (platform::Thread t : helpers)
+        finish(t);
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.stopping = false;
+}
+
+} // namespace
+
+uint32_t size()
+{
+    const uint32_t set = state().size.load(std::memory_order_relaxed);
+    return set != 0 ? set : defaultSize();
+}
+
+void setSize(uint32_t threads)
+{
+    state().size.store(threads, std::memory_order_relaxed);
+}
+
+uint32_t threadsFor(std::size_t pixels)
+{
+    const uint32_t set = state().size.load(std::memory_order_relaxed);
+    if (set != 0)
+        return set;
+    const std::size_t wanted = std::max<std::size_t>(pixels >> 16, 1);
+    return static_cast<uint32_t>(std::min<std::size_t>(wanted, defaultSize()));
+}
+
+void stop()
+{
+    end(platform::threadJoin);
+}
+
+void stopAtUnload()
+{
+    end(platform::threadEndAtUnload);
+}
+
+void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *context)
+{
+    if (threads <= 1) {
+        call(context, 0);
+        return;
+    }
+    State &s = state();
+    Job job{call, context, threads};
+    {
+        std::lock_guard<std::mutex> guard(s.lock);
+        startHelpers(s, threads);
+        s.open.push_back(&job);
+        s.generation.fetch_add(1, std::memory_order_release);
+    }
+    s.wake.notify_all();
+    call(context, 0);
+    {
+        std::lock_guard<std::mutex> guard(s.lock);
+        job.closed = true;
+        s.open.erase(std::find(s.open.begin(), s.open.end(), &job));
+    }
+    // Helpers inside finish the work they took; none joins any more.
+    for (uint32_t spins = 0; job.inside.load(std::memory_order_acquire) != 0; ++spins)
+        if (spins > 64)
+            std::this_thread::yield();
+}
+
+} // namespace quorin::image::team
