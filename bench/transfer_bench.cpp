@@ -12,6 +12,7 @@
 #include "image/reference/stages.h"
 #include "image/schedule/team.h"
 #include "quorin/quorin.h"
+#include "bench_camera.h"
 #include "vcam/vcam.h"
 
 #include <benchmark/benchmark.h>
@@ -36,25 +37,7 @@ void BM_Memcpy6MiB(benchmark::State &state)
 }
 BENCHMARK(BM_Memcpy6MiB);
 
-constexpr std::uint32_t kLinkType = 4;
-
-// How a configuration takes its frames.
-enum class Source { Live, Memory, Split };
-
-struct Setting {
-    std::uint32_t id, value;
-};
-
-// One row of the table: a model, a depth, where the frames come from and
-// the capabilities set after open.
-struct Config {
-    std::string name;
-    std::uint32_t model;
-    int bits;
-    Source source;
-    std::vector<Setting> settings;
-    std::uint32_t firmware = 120; // column correction needs one below 114
-};
+using namespace bench;
 
 // Capability 41: demosaic << 16 | raw Bayer << 8 | output shift.
 constexpr std::uint32_t kRawBayer = 1u << 16 | 1u << 8 | 2u;
@@ -93,62 +76,6 @@ const std::vector<Config> &configs()
     return table;
 }
 
-// One opened virtual camera with 1024 defect pixels, set up as the
-// configuration says and read to the point a host would be at.
-struct OpenCamera {
-    VcamCamera *cam = nullptr;
-    std::uint32_t dev = 0;
-    std::vector<std::uint32_t> defects;
-    bool ok = true;
-    bool warmed = false; // the virtual camera has rendered its frames
-
-    explicit OpenCamera(const Config &c)
-    {
-        std::int32_t err = 0;
-        DEV_Init(&err);
-        VcamConfig cfg;
-        vcam_default_config(&cfg, c.model, kLinkType);
-        cfg.firmwareVersion = c.firmware;
-        std::mt19937 rng(5);
-        for (int k = 0; k < 1024; ++k)
-            defects.push_back((rng() % 1024) << 16 | (rng() % 1024));
-        cfg.defects = defects.data();
-        cfg.defectCount = 1024;
-        cam = vcam_create(&cfg);
-        ok = DEV_OpenDevice(kLinkType, vcam_interface(cam), vcam_host_arg(cam), &dev, &err) != 0;
-        for (const Setting &s : c.settings)
-            ok = ok && DEV_SetDeviceCaps(dev, 0, s.id, 0, s.value, 0, &err) != 0;
-        std::uint32_t v = 0, v2 = 0;
-        if (c.source != Source::Live) {
-            ok = ok && DEV_SetDeviceCaps(dev, 0, QUORIN_CAP_CAMERA_MODE, 0, 1, 0, &err) != 0;
-            ok = ok && DEV_GetDeviceCaps(dev, 0, QUORIN_CAP_CHANNEL_NUMBER, 0, &v, &v2, &err) != 0;
-        }
-        ok = ok && DEV_GetDeviceCaps(dev, 0, QUORIN_CAP_RESOLUTION, 0, &v, &v2, &err) != 0;
-        ok = ok && DEV_GetDeviceCaps(dev, 0, QUORIN_CAP_VALUE_73, 0, &v, &v2, &err) != 0;
-    }
-    ~OpenCamera()
-    {
-        std::int32_t err = 0;
-        DEV_CloseDevice(dev, &err);
-        vcam_destroy(cam);
-    }
-};
-
-bool transferOnce(const Config &c, std::uint32_t dev, std::uint32_t frame, std::uint8_t *dest)
-{
-    std::int32_t err = 0;
-    switch (c.source) {
-    case Source::Live:
-        return DEV_TransferLiveImage(dev, 0, c.bits, dest, &err) != 0;
-    case Source::Memory:
-        return DEV_TransferMemImage(dev, 0, frame, c.bits, dest, &err) != 0;
-    case Source::Split:
-        return DEV_TransferMemImageStart(dev, 0, frame, 0, 0, &err) != 0 &&
-               DEV_TransferMemImageEnd(dev, 0, c.bits, dest, &err) != 0;
-    }
-    return false;
-}
-
 // The camera of the configuration running now: opening takes the camera's
 // fixed pauses, so each configuration opens once for all its runs.
 OpenCamera &cameraFor(const Config *c)
@@ -167,9 +94,8 @@ void transfer(benchmark::State &state, const Config *c)
 {
     quorin::image::team::setSize(static_cast<std::uint32_t>(state.range(0)));
     OpenCamera &open = cameraFor(c);
-    // A destination on a 64-byte boundary, as the README asks of hosts.
-    std::vector<std::uint8_t> destBytes(1024 * 1024 * 6 + 64);
-    std::uint8_t *const dest = destBytes.data() + (64 - reinterpret_cast<std::uintptr_t>(destBytes.data()) % 64) % 64;
+    Destination destination;
+    std::uint8_t *const dest = destination.data();
     std::uint32_t frame = 0;
     auto next = [&] { return frame++ % 16 + 1; };
     for (int warm = 0; warm < 17 && open.ok && !open.warmed; ++warm) // render the live cycle once
