@@ -46,8 +46,9 @@ Thread threadStart(void (*entry)(void *), void *arg);
 void threadJoin(Thread thread);
 // The same while the library is being unloaded: on Windows, where a thread
 // cannot end by itself under the loader lock, the thread (which must be
-// waiting, holding nothing) is stopped where it is.
-void threadEndAtUnload(Thread thread);
+// waiting, holding nothing) is stopped where it is. True when the thread
+// ended by itself, so that what it waited on may be destroyed.
+bool threadEndAtUnload(Thread thread);
 
 // ---- Per-user registry (HKEY_CURRENT_USER) -------------------------------
 

@@ -397,9 +397,10 @@ void threadJoin(Thread thread)
     delete t;
 }
 
-void threadEndAtUnload(Thread thread)
+bool threadEndAtUnload(Thread thread)
 {
     threadJoin(thread);
+    return true;
 }
 
 } // namespace quorin::platform

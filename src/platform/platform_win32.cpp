@@ -209,12 +209,14 @@ void threadJoin(Thread thread)
     CloseHandle(static_cast<HANDLE>(thread));
 }
 
-void threadEndAtUnload(Thread thread)
+bool threadEndAtUnload(Thread thread)
 {
     // The library is being unloaded under the loader lock, which a thread
-    // needs to end by itself: the threads are stopped where they wait.
+    // needs to end by itself: the threads are stopped where they wait, and
+    // what they waited on is left alone.
     TerminateThread(static_cast<HANDLE>(thread), 0);
     CloseHandle(static_cast<HANDLE>(thread));
+    return false;
 }
 
 } // namespace quorin::platform

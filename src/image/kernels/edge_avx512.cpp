@@ -36,9 +36,11 @@ QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline void edge32(const std::uint16_t
                                                              __m128i count, __m512i v[3])
 {
     const __m512i zero = _mm512_setzero_si512(), limit = _mm512_set1_epi16(1023);
-    const std::size_t left = w - x;
+    // A block wholly beyond the row (the second half of the last 64) has
+    // no lanes.
+    const std::size_t left = x < w ? w - x : 0;
     const __mmask32 lanes = firstHalf(left);
-    const __mmask32 first = x == 0 ? 1u : 0u, last = left <= 32 ? std::uint32_t{1} << (left - 1) : 0u;
+    const __mmask32 first = x == 0 ? 1u : 0u, last = left - 1 < 32 ? std::uint32_t{1} << (left - 1) : 0u;
     __m512i d = _mm512_sub_epi16(_mm512_slli_epi16(_mm512_maskz_loadu_epi16(lanes, here + x), 2),
                                  _mm512_maskz_loadu_epi16(lanes & ~first, here + x - 1));
     d = _mm512_sub_epi16(d, _mm512_maskz_loadu_epi16(lanes & ~last, here + x + 1));

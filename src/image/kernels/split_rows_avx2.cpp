@@ -55,7 +55,13 @@ QUORIN_TARGET_AVX2 std::uint32_t balanceSplitAvx2(const std::uint16_t *in, std::
             const auto p = static_cast<std::uint16_t>((std::uint32_t{v} * rule.gain[k & 1]) >> 4);
             v = rule.signedLimit ? (static_cast<std::int16_t>(p) > 1023 ? 1023 : p) : std::min<std::uint16_t>(p, 1023);
         }
-        (k & 1 ? odd : even)[k / 2] = v;
+        // Two stores, not one through a conditional pointer: GCC 12 builds
+        // the latter wrongly in an AVX2 function without optimisation but
+        // with the sanitizers.
+        if (k & 1)
+            odd[k / 2] = v;
+        else
+            even[k / 2] = v;
         all |= v;
     }
     return all;

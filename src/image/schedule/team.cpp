@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace quorin::image::team {
@@ -38,11 +39,20 @@ struct State {
     std::atomic<uint32_t> size{0};     // 0: the default
 };
 
-// The team lives until the process ends: helpers may still wait on it
-// while static objects are destroyed.
-State &state()
+// The team lives until the library is unloaded (see stopAtUnload), not
+// just until static objects are destroyed: helpers may still wait on it
+// then.
+State *&statePointer()
 {
     static State *s = new State;
+    return s;
+}
+
+State &state()
+{
+    State *&s = statePointer();
+    if (s == nullptr) // a call after unloading began: a team of its own
+        s = new State;
     return *s;
 }
 
@@ -112,7 +122,8 @@ void startHelpers(State &s, uint32_t threads)
     }
 }
 
-void end(void (*finish)(platform::Thread))
+// Ends every helper; true when all ended by themselves.
+template <typename Finish> bool end(Finish finish)
 {
     State &s = state();
     std::vector<platform::Thread> helpers;
@@ -122,10 +133,12 @@ void end(void (*finish)(platform::Thread))
         helpers.swap(s.helpers);
     }
     s.wake.notify_all();
+    bool joined = true;
     for (platform::Thread t : helpers)
-        finish(t);
+        joined = finish(t) && joined;
     std::lock_guard<std::mutex> guard(s.lock);
     s.stopping = false;
+    return joined;
 }
 
 } // namespace
@@ -152,12 +165,17 @@ uint32_t threadsFor(std::size_t pixels)
 
 void stop()
 {
-    end(platform::threadJoin);
+    end([](platform::Thread t) {
+        platform::threadJoin(t);
+        return true;
+    });
 }
 
 void stopAtUnload()
 {
-    end(platform::threadEndAtUnload);
+    // With every helper gone, the team goes with the library.
+    if (end(platform::threadEndAtUnload))
+        delete std::exchange(statePointer(), nullptr);
 }
 
 void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *context)
