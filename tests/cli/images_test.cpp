@@ -146,7 +146,8 @@ TEST(Interrupt, SigintDuringDownloadLeavesCompleteFilesAndALiveCamera)
     const pid_t pid = ws.start(driverArgs() + Args{"download", "--frames", "1-3000", "-o", "rec/f_%05d.png"});
     // Wait for the first frames, then interrupt.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (listFolder(ws.file("rec")).size() < 3 && std::chrono::steady_clock::now() < deadline)
+    while (listFolder(ws.file("rec")).size() < 4 + hiddenFiles(ws.file("rec")).size() &&
+           std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     kill(pid, SIGINT);
     const ToolResult r = ws.wait(pid);

@@ -140,7 +140,9 @@ Outcome transferFrames(CameraSession &camera, const DownloadOptions &o)
         Progress progress(layout.frames);
         const bool plain = isOneFile(o.pattern);
         FramePipeline pipeline(*sink, layout.frameBytes(), [&](const FrameStamp &s) {
-            progress.step("frame " + std::to_string(s.frame) + " -> " + (plain ? out.where : o.pattern.path(s.frame)));
+            if (!o.json) // the report is the only output then
+                progress.step("frame " + std::to_string(s.frame) + " -> " +
+                              (plain ? out.where : o.pattern.path(s.frame)));
         });
         std::string failure;
         try {

@@ -116,9 +116,11 @@ Command addRecordCommand(CLI::App &parent)
     c.app = parent.add_subcommand("record", "Arm a recording, wait until the camera has recorded, download at once");
     c.app->add_option("--mode", o->mode, "Recording state: ready (2), ready-record (4) or record (8)")
         ->capture_default_str();
+    std::string triggers;
+    for (const NamedValue &n : namedValues(Format::Trigger))
+        triggers += (triggers.empty() ? "" : ", ") + std::string(n.name);
     c.app->add_option("--trigger", o->trigger,
-                      "Trigger NAME[,PARAMETER] or CODE[,PARAMETER]: memory, camera, single, segments, frames,\n"
-                      "segments-sync, segments-centre, segments-offset, code-8-1..3 (default: as the camera is set)");
+                      "Trigger NAME[,PARAMETER] or CODE[,PARAMETER] (default: as the camera is set): " + triggers);
     c.app->add_option("--segment-length", o->segmentLength, "Frames per segment (trigger count) for the segmented codes")
         ->check(CLI::Range(1u, 0xFFFFFFFFu));
     c.app->add_option("--segments", o->segments, "Number of segments, 1..10 (trigger ratio)")->check(CLI::Range(1u, 10u));
