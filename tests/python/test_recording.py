@@ -14,7 +14,6 @@ import quorin
 
 from conftest import HEADER, open_virtual
 
-h5py = pytest.importorskip("h5py")
 TOOL = os.path.join(os.environ.get("QUORIN_LIBRARY_DIR", ""), "quorin")
 SMALL = (256, 128)  # a picture small enough for 2000 frames per second
 
@@ -66,6 +65,7 @@ def test_record_then_iterate_frame_by_frame(cam):
 
 
 def test_hdf5_file_is_the_tools(cam, tmp_path):
+    h5py = pytest.importorskip("h5py")
     path = cam.download(range(3, 9), bits=16, to=tmp_path / "mine.h5")
     with pytest.raises(FileExistsError):
         cam.download([3], to=path)
