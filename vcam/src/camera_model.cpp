@@ -31,7 +31,11 @@ ClockTime wallClock(std::chrono::system_clock::time_point at)
     const auto us = std::chrono::duration_cast<std::chrono::microseconds>(at.time_since_epoch()).count();
     const std::time_t seconds = static_cast<std::time_t>(us / 1000000);
     std::tm local{};
+#ifdef _WIN32
+    localtime_s(&local, &seconds);
+#else
     localtime_r(&seconds, &local);
+#endif
     return {static_cast<std::uint32_t>(local.tm_yday + 1), static_cast<std::uint32_t>(local.tm_hour),
             static_cast<std::uint32_t>(local.tm_min), static_cast<std::uint32_t>(std::min(local.tm_sec, 59)),
             static_cast<std::uint32_t>(us % 1000000)};
