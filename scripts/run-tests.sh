@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/ensure-packages.sh cmake ninja-build g++ libgomp1 googletest libgtest-dev \
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 \
-  libpng-dev libtiff-dev libcli11-dev pkg-config python3 python3-numpy python3-pytest
+  libpng-dev libtiff-dev libcli11-dev libhdf5-dev pkg-config python3 python3-numpy python3-pytest python3-h5py
 
 jobs=$(nproc)
 passed=0

@@ -30,6 +30,15 @@
 #define QUORIN_API
 #endif
 
+/* Version of this header and of the library built with it. A host compares
+ * QUORIN_VERSION_NUMBER at compile time; the library has no export for it. */
+#define QUORIN_VERSION_MAJOR 0
+#define QUORIN_VERSION_MINOR 1
+#define QUORIN_VERSION_PATCH 0
+#define QUORIN_VERSION_STRING "0.1.0"
+/** major * 10000 + minor * 100 + patch */
+#define QUORIN_VERSION_NUMBER (QUORIN_VERSION_MAJOR * 10000 + QUORIN_VERSION_MINOR * 100 + QUORIN_VERSION_PATCH)
+
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -96,6 +96,8 @@ class VcamConfig(ctypes.Structure):
         ("recordFrames", c_u32),
         ("defectCount", c_u32),
         ("defects", P(c_u32)),
+        ("frameTimeLimits", c_u32),
+        ("triggerDelayMs", c_u32),
     ]
 
 
@@ -141,6 +143,8 @@ CORE_PROTOTYPES = {
 VCAM_PROTOTYPES = {
     "vcam_lut_upload": (ctypes.c_size_t, [_VP, P(c_u8), ctypes.c_size_t]),
     "vcam_resolution": (c_u32, [_VP]),
+    "vcam_trigger": (ctypes.c_int, [_VP]),
+    "vcam_recording": (ctypes.c_int, [_VP, P(c_u32), P(c_u32)]),
     "vcam_default_config": (None, [P(VcamConfig), c_u32, c_u32]),
     "vcam_create": (_VP, [P(VcamConfig)]),
     "vcam_destroy": (None, [_VP]),

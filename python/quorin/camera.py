@@ -3,15 +3,18 @@
 import contextlib
 import ctypes
 import threading
+import time
 import weakref
 
 import numpy as np
 
 from . import names as _names
+from . import recording as _recording
 from ._library import InterfaceTable, Library, library as _default_library
 from .errors import DriverError, QuorinError
 from .records import (CHANNEL_DTYPE, GAIN_TABLE_SHAPE, LUT_SETTINGS_SIZE, TIME_AND_CHANNELS_DTYPE,
                       TIME_STAMP_DTYPE, LutSettings)
+from .records import time_stamp_microseconds as _stamp_microseconds
 from .virtual import DEFAULT_LINK_TYPE, VirtualCamera
 
 c_u32, c_i32 = ctypes.c_uint32, ctypes.c_int32
@@ -44,20 +47,31 @@ def _release(dll, lock, device_no, virtual):
 
 
 class _Layout:
-    """How the library lays out one picture: size, planes and channel order."""
+    """How the library lays out one picture: size, planes, and the image
+    output word (capability 41) to transfer with so that colour pixels come
+    red first: the demosaic byte 0 selects red, green, blue."""
 
-    __slots__ = ("width", "height", "planes", "bgr")
+    __slots__ = ("width", "height", "planes", "output", "red_first")
 
-    def __init__(self, width, height, planes, bgr):
-        self.width, self.height, self.planes, self.bgr = width, height, planes, bgr
+    def __init__(self, width, height, planes, output):
+        self.width, self.height, self.planes, self.output = width, height, planes, output
+        self.red_first = output & ~0xFF0000 if planes == 3 and (output >> 16) & 0xFF == 1 else None
 
     def shape(self, count=None):
         shape = (self.height, self.width) + ((3,) if self.planes == 3 else ())
         return shape if count is None else (count,) + shape
 
-    def finish(self, array):
-        """The picture with its colours in R, G, B order."""
-        return np.ascontiguousarray(array[..., ::-1]) if self.bgr else array
+    def array(self, bits, out=None, count=None):
+        """A new array for the picture, or ``out`` when it fits exactly."""
+        dtype = np.uint16 if bits == 16 else np.uint8
+        shape = self.shape(count)
+        if out is None:
+            return np.empty(shape, dtype)
+        if not isinstance(out, np.ndarray) or out.dtype != dtype or out.shape != shape or \
+                not out.flags.c_contiguous or not out.flags.writeable:
+            raise ValueError("out must be a writeable C-contiguous %s array shaped %r"
+                             % (np.dtype(dtype).name, shape))
+        return out
 
 
 class Camera:
@@ -79,6 +93,7 @@ class Camera:
         self._driver = driver  # keeps a host link driver loaded while the camera is open
         self._lock = threading.RLock()
         self._closed = False
+        self._live_layout = None  # read again after any setting changes
         name = ctypes.create_string_buffer(256)
         self._invoke("DEV_GetDeviceName", device_no, 0, name)
         self.name = name.value.decode("ascii", "replace")
@@ -199,6 +214,7 @@ class Camera:
             raise ValueError("capability %r can only be read" % entry.name)
         value, value2 = _names.encode(entry.set_kind if entry else "int", value)
         with self._lock:
+            self._live_layout = None
             self._invoke("DEV_SetDeviceCaps", self.device_number, 0, ident, sub_index, value, value2)
 
     def list(self, value_list, sub_index=0):
@@ -234,24 +250,41 @@ class Camera:
         library keeps for the next transfer) and the output options."""
         width, height = self.get("resolution")
         self.get("value-73")
-        out = self.get("image-output")
-        planes = 3 if self.is_colour and not out.raw_bayer else 1
-        return _Layout(width, height, planes, planes == 3 and out.demosaic == 1)
+        out = self.get("image-output", raw=True)[0]
+        planes = 3 if self.is_colour and not (out >> 8) & 0xFF else 1
+        return _Layout(width, height, planes, out)
 
-    def grab(self, bits=8):
+    def _transfer(self, layout, function, *args):
+        """Runs a transfer export into the picture's red-first layout: the
+        image output word goes to red first for the call and back after,
+        two calls that send nothing to the camera."""
+        if layout.red_first is None:
+            return self._invoke(function, self.device_number, 0, *args)
+        err = c_i32(0)
+        self._dll.DEV_SetDeviceCaps(self.device_number, 0, 41, 0, layout.red_first, 0, byref(err))
+        try:
+            return self._invoke(function, self.device_number, 0, *args)
+        finally:
+            self._dll.DEV_SetDeviceCaps(self.device_number, 0, 41, 0, layout.output, 0, byref(err))
+
+    def grab(self, bits=8, out=None):
         """Fetches the current live frame.
 
         Returns uint8 (bits=8) or uint16 (bits=16, 10-bit values) shaped
         (height, width), or (height, width, 3) in R, G, B order on the K5C
-        (a raw Bayer output is (height, width)). Refused with error 110 while
-        the camera is in playback.
+        (a raw Bayer output is (height, width)); the library writes straight
+        into the array. ``out``, an array of that dtype and shape, is filled
+        and returned instead of a new one. Refused with error 110 while the
+        camera is in playback.
         """
         bits = _depth(bits)
         with self._lock:
-            layout = self._layout()
-            image = np.empty(layout.shape(), np.uint16 if bits == 16 else np.uint8)
-            self._invoke("DEV_TransferLiveImage", self.device_number, 0, bits, image.ctypes.data)
-        return layout.finish(image)
+            if self._live_layout is None:
+                self._live_layout = self._layout()
+            layout = self._live_layout
+            image = layout.array(bits, out)
+            self._transfer(layout, "DEV_TransferLiveImage", bits, image.ctypes.data)
+        return image
 
     def live_cache(self):
         """The 16-bit result of the last 8-bit transfer (needs
@@ -262,7 +295,9 @@ class Camera:
             err = c_u32(0)
             if not self._dll.DEV_TransferLiveImageCache(self.device_number, 0, image.ctypes.data, byref(err)):
                 raise QuorinError(ctypes.c_int32(err.value).value, "DEV_TransferLiveImageCache")
-        return layout.finish(image)
+        # The cache keeps the channel order of the transfer that filled it:
+        # the binding's transfers are red first.
+        return image
 
     def mode(self):
         """The camera mode (capability 0): 0 live, 1 playback, 2, 4, 8, 16, 32 recording states."""
@@ -278,6 +313,7 @@ class Camera:
         """
         with self._lock:
             entered = self.mode() != MODE_PLAYBACK
+            self._live_layout = None
             try:
                 if entered:
                     self.set("camera-mode", MODE_PLAYBACK)
@@ -302,58 +338,182 @@ class Camera:
         if self.is_colour:
             self.get("colour-temperature")
 
-    def transfer_recorded(self, frame, bits=8):
-        """Fetches recorded frame ``frame`` (counted from 1). Playback only:
-        outside it the library refuses with error 111. See :meth:`download`."""
+    def transfer_recorded(self, frame, bits=8, out=None):
+        """Fetches recorded frame ``frame`` (counted from 1) into a new array
+        or ``out``. Playback only: outside it the library refuses with error
+        111. See :meth:`download` and :meth:`frames`."""
         bits = _depth(bits)
         with self._lock:
             layout = self._layout()
-            image = np.empty(layout.shape(), np.uint16 if bits == 16 else np.uint8)
-            self._invoke("DEV_TransferMemImage", self.device_number, 0, int(frame), bits, image.ctypes.data)
-        return layout.finish(image)
+            image = layout.array(bits, out)
+            self._transfer(layout, "DEV_TransferMemImage", int(frame), bits, image.ctypes.data)
+        return image
 
-    def download(self, frames, bits=8, stack=True, time_stamps=False):
+    def _check_recorded(self, frames):
+        frames = [frames] if isinstance(frames, int) else [int(n) for n in frames]
+        recorded = self.get("frame-count")
+        outside = [n for n in frames if not 1 <= n <= recorded]
+        if outside:
+            raise ValueError("frame %d is outside the recording (frames 1..%d)" % (outside[0], recorded))
+        return frames
+
+    def download(self, frames, bits=8, stack=True, time_stamps=False, out=None, to=None, overwrite=False):
         """Downloads recorded frames from the camera's memory.
 
         ``frames`` is an iterable of frame numbers counted from 1 (or one
         number). The camera is put in playback for the transfers and
         returned to live mode afterwards, also on error (see
         :meth:`playback`). Returns a numpy array shaped (N, height, width)
-        or (N, height, width, 3) in R, G, B order, or a list of frames with
-        ``stack=False``. With ``time_stamps=True`` returns (frames, stamps),
-        stamps a :data:`~quorin.records.TIME_STAMP_DTYPE` array.
+        or (N, height, width, 3) in R, G, B order, which the library fills
+        frame by frame (``out``, such an array, is filled instead), or a
+        list of frames with ``stack=False``. With ``time_stamps=True``
+        returns (frames, stamps), stamps a
+        :data:`~quorin.records.TIME_STAMP_DTYPE` array.
+
+        ``to="rec.h5"`` writes the frames to an HDF5 file instead, one at a
+        time, in the format of ``quorin download -o rec.h5`` (see
+        :mod:`quorin.recording`; an existing file is refused unless
+        ``overwrite``), and returns its path.
         """
         bits = _depth(bits)
-        if isinstance(frames, int):
-            frames = [frames]
-        frames = [int(n) for n in frames]
-        recorded = self.get("frame-count")
-        outside = [n for n in frames if not 1 <= n <= recorded]
-        if outside:
-            raise ValueError("frame %d is outside the recording (frames 1..%d)" % (outside[0], recorded))
-        dtype = np.uint16 if bits == 16 else np.uint8
+        frames = self._check_recorded(frames)
+        if to is not None:
+            return self._download_to(frames, bits, to, overwrite)
         with self._lock, self.playback():
             layout = self._layout()
-            try:
-                count = len(frames)
-            except TypeError:
-                count = None
-            block = np.empty(layout.shape(count), dtype) if stack and count is not None else None
-            images, numbers = [], []
+            block = layout.array(bits, out, len(frames)) if stack else None
+            images = []
             for i, n in enumerate(frames):
-                n = int(n)
-                image = block[i] if block is not None else np.empty(layout.shape(), dtype)
-                self._invoke("DEV_TransferMemImage", self.device_number, 0, n, bits, image.ctypes.data)
+                image = block[i] if block is not None else layout.array(bits)
+                self._transfer(layout, "DEV_TransferMemImage", n, bits, image.ctypes.data)
                 images.append(image)
-                numbers.append(n)
-            stamps = self._stamps_of(numbers) if time_stamps else None
-        if block is not None:
-            result = layout.finish(block)
-        elif stack:
-            result = layout.finish(np.stack(images) if images else np.empty(layout.shape(0), dtype))
-        else:
-            result = [layout.finish(image) for image in images]
+            stamps = self._stamps_of(frames) if time_stamps else None
+        result = block if stack else images
         return (result, stamps) if time_stamps else result
+
+    def frames(self, frames, bits=8, out=None):
+        """Iterates over recorded frames, yielding (stamp, frame) pairs:
+        stamp a :data:`~quorin.recording.FRAME_STAMP_DTYPE` record (frame
+        number, day, hour, minute, second, microsecond, time code and the
+        seconds since the first frame), frame an array as :meth:`grab`'s.
+
+        Only the frame in hand is held: each is a new array (or ``out``,
+        filled again for every frame). The camera stays in playback while
+        the iteration runs, and this camera's other calls wait for it; it
+        returns to live mode when the iteration ends, is broken off or
+        raises::
+
+            for stamp, frame in cam.frames(range(1, 3277)):
+                print(stamp["seconds"], frame.mean())
+        """
+        bits = _depth(bits)
+        return self._frames(self._check_recorded(frames), bits, out)
+
+    def _frames(self, frames, bits, out):
+        with self._lock, self.playback():
+            layout = self._layout()
+            base = None
+            for start in range(0, len(frames), MAX_FRAMES_PER_READ):
+                numbers = frames[start:start + MAX_FRAMES_PER_READ]
+                records = self._stamps_of(numbers)
+                micro = _stamp_microseconds(records)
+                base = micro[0] if base is None else base
+                for n, stamp in zip(numbers, _recording.frame_stamps(numbers, records, (micro - base) / 1e6)):
+                    image = layout.array(bits, out)
+                    self._transfer(layout, "DEV_TransferMemImage", n, bits, image.ctypes.data)
+                    yield stamp, image
+
+    def _download_to(self, frames, bits, path, overwrite):
+        with self._lock, self.playback():
+            layout = self._layout()
+            writer = _recording.Hdf5Writer(path, layout.shape(), np.uint16 if bits == 16 else np.uint8, len(frames),
+                                           self._recording_settings(frames, bits), overwrite=overwrite)
+            with writer:
+                for stamp, image in self._frames(frames, bits, layout.array(bits)):
+                    writer.write(image, stamp)
+        return writer.path
+
+    def _recording_settings(self, frames, bits):
+        """The attributes a recording file keeps: what the camera reports."""
+        from . import __version__
+        settings = {"model": self.name, "software": "quorin " + __version__, "bits": bits,
+                    "first_frame": frames[0] if frames else 0, "last_frame": frames[-1] if frames else 0}
+        # A setting the camera does not report (a read that fails, or that
+        # answers without the success code, as the shutter does while
+        # exposure control is off) is left out, as the tool leaves it out.
+        for name, cap in (("frame_rate", "frame-rate"), ("firmware", "firmware"), ("camera_number", "camera-number"),
+                          ("shutter", "shutter"), ("exposure_ns", "exposure-ns"), ("lut_mode", "lut-mode"),
+                          ("trigger_mode", "trigger-mode"), ("channel", "channel-number"),
+                          ("frame_count", "frame-count")):
+            value, value2, err = c_u32(0), c_u32(0), c_i32(0)
+            ident = _names.capability(cap)[0]
+            if self._dll.DEV_GetDeviceCaps(self.device_number, 0, ident, 0, byref(value), byref(value2), byref(err)) \
+                    and err.value == 1:
+                settings[name] = value.value
+                if cap == "trigger-mode":
+                    settings["trigger_parameter"] = value2.value
+        return settings
+
+    # -- recordings ---------------------------------------------------------------
+
+    def record(self, mode="record", trigger=None, segment_length=None, segments=None, trigger_after=0.0,
+               timeout=None, progress=None):
+        """Arms a recording and waits until the camera has recorded.
+
+        ``mode`` is the recording state: "ready" (2), "ready-record" (4,
+        entered through 2 as the camera requires) or "record" (8).
+        ``trigger`` is a name of :data:`quorin.recording.TRIGGERS` or a code,
+        alone or as (trigger, parameter); ``segment_length`` and
+        ``segments`` set the trigger counts of the segmented codes first.
+        A virtual camera is triggered ``trigger_after`` seconds after it is
+        armed (others take their trigger from outside). The call returns
+        once the camera leaves the recording state by itself, or
+        ``timeout`` seconds have passed; the camera is then back in live
+        mode, also when the wait is interrupted. ``progress(recorded,
+        length, seconds)`` is called while waiting (recorded and length are
+        None for cameras other than virtual ones). Returns the frames
+        recorded (virtual cameras) or None.
+        """
+        state = _recording.mode_code(mode)
+        if (segment_length is None) != (segments is None):
+            raise ValueError("segment_length and segments go together")
+        if self.virtual is None and trigger_after:
+            raise ValueError("trigger_after triggers virtual cameras only")
+        with self._lock:
+            if segment_length is not None:
+                self.set("trigger-counts", (int(segment_length), int(segments)))
+            if trigger is not None:
+                self.set("trigger-mode", _recording.trigger_code(trigger))
+            try:
+                if state == 4:
+                    self.set("camera-mode", 2)
+                self.set("camera-mode", state)
+                self._await_recording(trigger_after, timeout, progress)
+            finally:
+                self.set("camera-mode", MODE_LIVE)
+            return self.virtual.recording()[0] if self.virtual is not None else None
+
+    def _await_recording(self, trigger_after, timeout, progress):
+        start = time.monotonic()
+        triggered = self.virtual is None
+        while True:
+            elapsed = time.monotonic() - start
+            if timeout is not None and elapsed >= timeout:
+                return
+            if not triggered and elapsed >= trigger_after:
+                self.virtual.trigger()
+                triggered = True
+            mode = self.get("camera-mode")
+            recorded = length = None
+            if self.virtual is not None:
+                recorded, length, ended = self.virtual.recording()
+                if ended:
+                    return
+            if progress is not None:
+                progress(recorded, length, elapsed)
+            if mode not in (2, 4, 8):
+                return
+            time.sleep(0.02)
 
     def _stamps_of(self, numbers):
         stamps = np.zeros(len(numbers), TIME_STAMP_DTYPE)
@@ -548,8 +708,11 @@ def open(virtual=None, *, driver=None, host_arg=None, link_type=None, firmware=N
         virtual_camera = virtual
         table, arg = virtual_camera.interface, virtual_camera.host_arg
     elif virtual is not None:
+        # As a camera does (and as the quorin tool's virtual cameras), it
+        # takes only frame rates and sizes its frame time allows.
         virtual_camera = VirtualCamera(virtual, DEFAULT_LINK_TYPE if link_type is None else link_type,
-                                       defects=defects, library=lib, hostArg=host_arg, **vcam_options)
+                                       defects=defects, library=lib, hostArg=host_arg, frameTimeLimits=1,
+                                       **vcam_options)
         table, arg = virtual_camera.interface, virtual_camera.host_arg
     else:
         dll, table = _load_driver(driver)

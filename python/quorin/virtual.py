@@ -20,12 +20,13 @@ CALLS = {
 }
 CALL_NAMES = {v: k for k, v in CALLS.items()}
 
-DEFAULT_LINK_TYPE = 7  # a plain send / receive link
+DEFAULT_LINK_TYPE = 7  # a plain send / receive link, as the quorin tool's virtual cameras
 
 # Option names of quorin.open() and the VcamConfig fields they set.
 OPTION_FIELDS = {
     "firmware": "firmwareVersion", "camera_number": "cameraNumber", "record_frames": "recordFrames",
     "sensor_kind": "sensorKind", "host_arg": "hostArg", "link_delay_ms": "linkDelayMs",
+    "frame_time_limits": "frameTimeLimits", "trigger_delay_ms": "triggerDelayMs",
 }
 
 
@@ -121,6 +122,20 @@ class VirtualCamera:
         """The picture size the camera is set to, (width, height)."""
         word = self._vcam.vcam_resolution(self._h())
         return (word >> 16, word & 0xFFFF)
+
+    # -- recording ------------------------------------------------------------
+
+    def trigger(self):
+        """The trigger input: a camera waiting in a recording state starts to
+        record. Returns whether it did."""
+        return bool(self._vcam.vcam_trigger(self._h()))
+
+    def recording(self):
+        """(frames recorded, frames the recording will have, ended) of the
+        present or last recording."""
+        recorded, length = ctypes.c_uint32(0), ctypes.c_uint32(0)
+        state = self._vcam.vcam_recording(self._h(), ctypes.byref(recorded), ctypes.byref(length))
+        return recorded.value, length.value, state == 3
 
     # -- trace ----------------------------------------------------------------
 

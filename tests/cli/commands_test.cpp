@@ -2,6 +2,8 @@
 // and the test link driver.
 #include "tool_runner.h"
 
+#include "quorin/quorin.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -73,8 +75,8 @@ TEST(Commands, NamesAndNumbersReadAndSetTheSameSettings)
 TEST(Commands, ListsByNameAndNumber)
 {
     Workspace ws;
-    const ToolResult byName = ws.run({"--set", "frame-rate=20000", "list", "picture-sizes"});
-    const ToolResult byNumber = ws.run({"--set", "frame-rate=20000", "list", "1"});
+    const ToolResult byName = ws.run({"--set", "resolution=512x256", "--set", "frame-rate=20000", "list", "picture-sizes"});
+    const ToolResult byNumber = ws.run({"--set", "resolution=512x256", "--set", "frame-rate=20000", "list", "1"});
     ASSERT_EQ(byName.status, 0) << byName.err;
     EXPECT_EQ(byName.out, byNumber.out);
     const auto l = lines(byName.out);
@@ -150,4 +152,49 @@ TEST(Commands, FlatFieldIsSavedAndSelected)
     // The selection is kept with the camera's settings.
     const ToolResult mode = ws.run({"--camera", "virtual:k5", "--camera-number", "12", "get", "pixel-gain"});
     EXPECT_EQ(mode.out, "pixel-gain (32): file (2)\n") << mode.err;
+    // ... and the run that selected it said so, and how to go back.
+    EXPECT_TRUE(contains(r.out, "for this and every later run of camera 12 (it was camera (1); undo with: quorin set "
+                                "pixel-gain camera)"))
+        << r.out;
+}
+
+TEST(Commands, ConventionsAndMessagesAsAUserReadsThem)
+{
+    Workspace ws;
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        const char *out; // a part of stdout, or of stderr when the run fails
+    };
+    const std::string version = std::string("quorin ") + QUORIN_VERSION_STRING;
+    const Case cases[] = {
+        {{"--version"}, 0, version.c_str()},
+        {{"--camera", "virtual:k5", "info", "--json"}, 0,
+         "{\"model\": \"ORBILUX-VELTA model K5\", \"firmware\": 120, \"camera_number\": 1, \"frame_rate\": 1000, "
+         "\"width\": 1024, \"height\": 1024, \"shutter\": 1000, \"trigger_mode\": 0, \"trigger_parameter\": 3276, "
+         "\"lut_mode\": 1, \"defect_pixels\": 0}\n"},
+        {{"get", "frame-rate", "shutter", "--json"}, 0,
+         "{\"frame-rate\": {\"id\": 2, \"value\": 1000, \"value2\": 0, \"text\": \"1000 fps\"}, \"shutter\": {\"id\": 4, "},
+        {{"list", "lut-modes", "--json"}, 0,
+         "{\"name\": \"lut-modes\", \"id\": 10, \"entries\": [1, 2, 3, 4, 5, 11], \"texts\": [\"normal (1)\", "},
+        {{"grab", "-o", "one.png"}, 0, "grabbed 1 1024x1024 RGB 8-bit frame to ."},
+        {{"list", "single-value"}, 0, "single-value (19): 1 entry\n"},
+        {{"download", "--frames", "3277"}, 2, "frame 3277 lies outside the recording (frames 1-3276)"},
+        {{"--set", "frame-rate=250000", "info"}, 1, "250000 fps at 1024x1024 is more than the frame time allows (at "
+                                                    "most 3130 fps at that size)"},
+        {{"--set", "frame-rate=3000", "set", "resolution", "1024x1024"}, 0, "resolution (3): 1024x1024"},
+        {{"--camera", "virtual:k5", "--camera-number", "1000", "flatfield"}, 2,
+         "camera number 1000 has no pixel-gain file (the library names them for numbers up to 999); use --no-save"},
+    };
+    for (const Case &c : cases) {
+        const ToolResult r = ws.run(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args[0] << "\n" << r.err;
+        EXPECT_TRUE(contains(c.status == 0 ? r.out : r.err, c.out)) << c.args[0] << "\n" << r.out << r.err;
+    }
+    // The tool's virtual camera and the binding's use the same link type.
+    EXPECT_TRUE(contains(ws.run({"--help"}).out, "--link, default 7"));
+    // QUORIN_CAMERA names the camera when --camera does not.
+    ws.setEnv("QUORIN_CAMERA", std::string("driver:") + QUORIN_TEST_DRIVER_PATH);
+    const ToolResult viaEnvironment = ws.run({"--host-arg", "10759", "get", "camera-number"});
+    EXPECT_EQ(viaEnvironment.out, "camera-number (12): 7\n") << viaEnvironment.err;
 }

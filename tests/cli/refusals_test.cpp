@@ -44,6 +44,7 @@ TEST(Refusals, BadArgumentsOfEverySubCommandTouchNoCamera)
         f = std::fopen(ws.file("no-defects.txt").c_str(), "w");
         std::fputs("# nothing yet\n\n", f);
         std::fclose(f);
+        std::fclose(std::fopen(ws.file("exists.h5").c_str(), "w"));
     }
     const std::vector<std::pair<std::vector<std::string>, const char *>> cases = {
         {{"get", "frame_rate"}, "unknown capability 'frame_rate'"},
@@ -78,6 +79,14 @@ TEST(Refusals, BadArgumentsOfEverySubCommandTouchNoCamera)
         {{"lut", "user", "--gamma", "0"}, "--gamma must be above 0"},
         {{"lut", "user", "--gain", "1,2"}, "one value or three"},
         {{"lut", "sepia"}, "invalid value 'sepia'"},
+        {{"download", "--frames", "1-3", "-o", "exists.h5"}, "'exists.h5' exists (use --overwrite"},
+        {{"download", "--frames", "1-3", "-o", "new/f_%d.png", "--csv", "/proc/new/t.csv"}, "not writable"},
+        {{"download", "--frames", "1-3", "-o", "rec.h5", "--csv", "t.csv"}, "--csv goes with numbered files"},
+        {{"download", "--frames", "1-3", "-o", "rec_%d.h5"}, "takes no number field"},
+        {{"record", "--mode", "live"}, "--mode takes a recording state"},
+        {{"record", "--segments", "2"}, "go together"},
+        {{"record", "--trigger", "soon"}, "invalid value 'soon'"},
+        {{"record", "--download", "1-5", "-o", "one.png"}, "a .tif or .h5 file for all"},
         {{"flatfield", "--table", "gains.jpg"}, "cannot tell the image format"},
         {{"--set", "nosuch=1", "info"}, "unknown capability 'nosuch'"},
         {{"--set", "resolution", "info"}, "NAME=VALUE"},
@@ -89,6 +98,7 @@ TEST(Refusals, BadArgumentsOfEverySubCommandTouchNoCamera)
     };
     for (const auto &[args, expected] : cases)
         expectRefused(ws, driverArgs() + args, expected);
+    EXPECT_FALSE(exists(ws.file("new"))) << "no folder is made before every check passed";
 }
 
 TEST(Refusals, BadCameraSpecifications)
@@ -99,6 +109,8 @@ TEST(Refusals, BadCameraSpecifications)
     expectRefused(ws, {"--link", "5", "info"}, "link types 2, 3, 4 and 7");
     expectRefused(ws, {"--host-arg", "3", "info"}, "driver: cameras only");
     expectRefused(ws, {"--camera", "driver:" + ws.file("missing.so"), "info"}, "not found");
+    ws.setEnv("QUORIN_CAMERA", "virtual:k6");
+    expectRefused(ws, {"info"}, "unknown virtual camera 'k6' in --camera (from QUORIN_CAMERA)");
 }
 
 TEST(Refusals, HelpOfEverySubCommandSucceeds)
@@ -107,7 +119,7 @@ TEST(Refusals, HelpOfEverySubCommandSucceeds)
     const ToolResult top = ws.run({"--help"});
     EXPECT_EQ(top.status, 0);
     EXPECT_NE(top.out.find("quorin_interface"), std::string::npos) << "the driver convention is documented";
-    for (const char *cmd : {"info", "get", "set", "list", "grab", "download", "lut", "defects", "flatfield"}) {
+    for (const char *cmd : {"info", "get", "set", "list", "grab", "download", "record", "lut", "defects", "flatfield"}) {
         const ToolResult r = ws.run({cmd, "--help"});
         EXPECT_EQ(r.status, 0) << cmd;
         EXPECT_NE(r.out.find("Example"), std::string::npos) << cmd;

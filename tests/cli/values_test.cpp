@@ -58,7 +58,11 @@ TEST(ValuesNotation, WrittenValuesReadBackTheSame)
         {Format::ColourTemperature, "3100K", 2, 0, "3100K (2)"},
         {Format::PixelGain, "save", 6, 0, "save (6)"},
         {Format::OnOff, "on", 1, 0, "on"},
-        {Format::Trigger, "0x04000000,10", 0x04000000u, 10, "0x04000000, parameter 10"},
+        {Format::Trigger, "0x04000000,10", 0x04000000u, 10, "0x04000000 (frames), parameter 10"},
+        {Format::Trigger, "segments-centre", 0x06000000u, 0, "0x06000000 (segments-centre), parameter 0"},
+        {Format::Trigger, "0x08000004,3", 0x08000004u, 3, "0x08000004, parameter 3"},
+        {Format::CameraMode, "ready-record", 4, 0, "ready-record (4)"},
+        {Format::CameraMode, "recording-8", 8, 0, "record (8)"},
         {Format::TriggerCounts, "100,2", 100, 2, "count 100, ratio 2"},
         {Format::Position, "3,4", 3u << 16 | 4u, 0, "(3, 4)"},
     };
@@ -171,7 +175,15 @@ TEST(ValuesOutputNames, NumberedNamesAndFormats)
     EXPECT_EQ(p.path(7), ws.file("frames/live_0007.png"));
     EXPECT_EQ(p.path(12345), ws.file("frames/live_12345.png"));
     EXPECT_EQ(p.format, ImageFormat::Png);
-    EXPECT_TRUE(cli_test::exists(ws.file("frames"))) << "the folder is created";
+    EXPECT_FALSE(cli_test::exists(ws.file("frames"))) << "folders wait until every check passed";
+    // Padding as printf pads: %4d with spaces, %04d with zeros.
+    EXPECT_EQ(checkOutputPattern(ws.file("x/%4d.png"), "", 2).path(1), ws.file("x/   1.png"));
+    // One file for many frames: HDF5, or TIFF pages without a number field.
+    EXPECT_EQ(checkOutputPattern(ws.file("rec.h5"), "", 9, true).format, ImageFormat::Hdf5);
+    EXPECT_EQ(checkOutputPattern(ws.file("rec.tif"), "", 9, true).numbered, false);
+    EXPECT_THROW(checkOutputPattern(ws.file("rec.h5"), "", 9), UsageError);
+    EXPECT_THROW(checkOutputPattern(ws.file("rec_%d.h5"), "", 9, true), UsageError);
+    EXPECT_THROW(checkOutputPattern(ws.file("rec.png"), "", 9, true), UsageError);
 
     EXPECT_EQ(checkOutputPattern(ws.file("a_%d.TIFF"), "", 2).format, ImageFormat::Tiff);
     EXPECT_EQ(checkOutputPattern(ws.file("a_%d.tif"), "", 2).path(3), ws.file("a_3.tif"));

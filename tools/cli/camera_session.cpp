@@ -6,6 +6,7 @@
 #include "vcam/vcam.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -28,11 +29,15 @@ bool startsWith(const std::string &s, const char *prefix)
 CameraChoice checkCameraOptions(const CameraOptions &options)
 {
     CameraChoice choice;
-    const std::string &s = options.choice;
+    const char *fromEnvironment = std::getenv(kCameraVariable);
+    const bool useEnvironment = options.choice.empty() && fromEnvironment != nullptr && *fromEnvironment != '\0';
+    const std::string s = useEnvironment ? fromEnvironment : options.choice.empty() ? "virtual:k5c" : options.choice;
+    const std::string from = useEnvironment ? std::string(" (from ") + kCameraVariable + ")" : "";
     if (startsWith(s, kVirtualPrefix)) {
         std::string model = s.substr(sizeof kVirtualPrefix - 1);
         if (model != "k5" && model != "k5c")
-            throw UsageError("unknown virtual camera '" + model + "' in --camera (use virtual:k5c or virtual:k5)");
+            throw UsageError("unknown virtual camera '" + model + "' in --camera" + from +
+                             " (use virtual:k5c or virtual:k5)");
         if (options.hostArg)
             throw UsageError("--host-arg applies to driver: cameras only");
         if (std::find(std::begin(kVirtualLinks), std::end(kVirtualLinks), options.link) == std::end(kVirtualLinks))
@@ -52,11 +57,11 @@ CameraChoice checkCameraOptions(const CameraOptions &options)
         if (options.firmware || options.cameraNumber)
             throw UsageError("--firmware and --camera-number apply to virtual: cameras only");
         if (access(choice.driverPath.c_str(), R_OK) != 0)
-            throw UsageError("link driver '" + choice.driverPath + "' not found or not readable");
+            throw UsageError("link driver '" + choice.driverPath + "'" + from + " not found or not readable");
         choice.hostArg = options.hostArg.value_or(0);
         return choice;
     }
-    throw UsageError("unknown camera '" + s + "' in --camera (use virtual:k5c, virtual:k5 or driver:PATH)");
+    throw UsageError("unknown camera '" + s + "' in --camera" + from + " (use virtual:k5c, virtual:k5 or driver:PATH)");
 }
 
 CameraSession::CameraSession(const CameraChoice &choice)
@@ -72,6 +77,9 @@ CameraSession::CameraSession(const CameraChoice &choice)
         vcam_default_config(&cfg, choice.colour ? VCAM_K5C : VCAM_K5, choice.link);
         cfg.firmwareVersion = choice.firmware;
         cfg.cameraNumber = choice.cameraNumber;
+        // The tool's virtual camera behaves as a camera does: it takes only
+        // frame rates and sizes its frame time allows.
+        cfg.frameTimeLimits = 1;
         virtual_ = vcam_create(&cfg);
         if (virtual_ == nullptr) {
             release();
@@ -215,8 +223,14 @@ std::uint32_t CameraSession::get(std::uint32_t id, const std::string &what, std:
 void CameraSession::set(std::uint32_t id, std::uint32_t value, const std::string &what, std::uint32_t subIndex,
                         std::uint32_t value2)
 {
+    act(id, value, "set " + what, subIndex, value2);
+}
+
+void CameraSession::act(std::uint32_t id, std::uint32_t value, const std::string &action, std::uint32_t subIndex,
+                        std::uint32_t value2)
+{
     std::int32_t err = 0;
-    check(DEV_SetDeviceCaps(device_, 0, id, subIndex, value, value2, &err), err, "set " + what);
+    check(DEV_SetDeviceCaps(device_, 0, id, subIndex, value, value2, &err), err, action);
 }
 
 std::vector<std::uint32_t> CameraSession::list(std::uint32_t id, const std::string &what, std::uint32_t subIndex)

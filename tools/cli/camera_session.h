@@ -20,8 +20,8 @@ namespace quorin::cli {
 
 // The camera options of the command line, as given.
 struct CameraOptions {
-    std::string choice = "virtual:k5c";
-    std::uint32_t link = 3;
+    std::string choice;            // empty: QUORIN_CAMERA, else virtual:k5c
+    std::uint32_t link = 7;
     std::optional<std::uint32_t> firmware;
     std::optional<std::uint32_t> cameraNumber;
     std::optional<std::uint32_t> hostArg;
@@ -31,7 +31,7 @@ struct CameraOptions {
 struct CameraChoice {
     enum class Kind { Virtual, Driver } kind = Kind::Virtual;
     bool colour = true;            // virtual camera model
-    std::uint32_t link = 3;        // virtual camera link type
+    std::uint32_t link = 7;        // virtual camera link type
     std::uint32_t firmware = 120;  // virtual camera firmware
     std::uint32_t cameraNumber = 1; // virtual camera number
     std::string driverPath;        // driver shared library
@@ -43,8 +43,12 @@ struct CameraChoice {
 // offer, options that do not fit the kind, a missing driver file).
 CameraChoice checkCameraOptions(const CameraOptions &options);
 
-// The link types the virtual camera is offered on.
+// The link types the virtual camera is offered on. Its default, 7, is a
+// plain send and receive link, as the Python binding's virtual cameras.
 inline constexpr std::uint32_t kVirtualLinks[] = {2, 3, 4, 7};
+
+// The environment variable that names the camera when --camera does not.
+inline constexpr char kCameraVariable[] = "QUORIN_CAMERA";
 
 class CameraSession {
 public:
@@ -59,6 +63,8 @@ public:
     void close();
 
     std::uint32_t device() const { return device_; }
+    // The virtual camera behind the device, or null for a driver's camera.
+    VcamCamera *virtualCamera() const { return virtual_; }
     std::string modelName();
     bool isColour();
 
@@ -66,6 +72,10 @@ public:
     std::uint32_t get(std::uint32_t id, const std::string &what, std::uint32_t subIndex = 0,
                       std::uint32_t *value2 = nullptr);
     void set(std::uint32_t id, std::uint32_t value, const std::string &what, std::uint32_t subIndex = 0,
+             std::uint32_t value2 = 0);
+    // The same for a setting that is an action: a failure says "could not
+    // <action>".
+    void act(std::uint32_t id, std::uint32_t value, const std::string &action, std::uint32_t subIndex = 0,
              std::uint32_t value2 = 0);
     // The same read without the error: false and err when it fails.
     bool tryGet(std::uint32_t id, std::uint32_t subIndex, std::uint32_t &value, std::uint32_t &value2,

@@ -25,6 +25,7 @@ struct CapsOptions {
     std::string name, value;
     std::optional<std::uint32_t> subIndex;
     bool raw = false;
+    bool json = false;
     std::vector<CapabilityName> capabilities;
     ListName listEntry{};
     Value parsed;
@@ -40,22 +41,33 @@ Command addGetCommand(CLI::App &parent)
     c.app->add_option("capability", o->names, "Capability names or numbers 0..162")->required();
     c.app->add_option("--sub", o->subIndex, "Sub-index (for the ids that take one)");
     c.app->add_flag("--raw", o->raw, "Show the plain numbers value and value2");
+    c.app->add_flag("--json", o->json, "One JSON object: each name with its id, value, value2 and text");
     c.app->footer("Capabilities:\n" + capabilityTable() +
-                  "\nExamples:\n  quorin get resolution frame-rate\n  quorin get 2\n  quorin get 34 --sub 2");
+                  "\nExamples:\n  quorin get resolution frame-rate\n  quorin get 2\n  quorin get 34 --sub 2\n"
+                  "  quorin get frame-rate shutter --json");
     c.check = [o] {
         o->capabilities.clear();
         for (const std::string &n : o->names)
             o->capabilities.push_back(resolveCapability(n, kGet));
     };
     c.run = [o](CameraSession &camera) {
+        std::string json;
         for (const CapabilityName &cap : o->capabilities) {
             const std::string what = label(cap.name, cap.id, "capability");
             std::uint32_t value2 = 0;
             const std::uint32_t value = camera.get(cap.id, what, o->subIndex.value_or(cap.subIndex), &value2);
             const std::string shown =
                 o->raw ? std::to_string(value) + " " + std::to_string(value2) : formatValue(cap.format, value, value2);
-            std::printf("%s: %s\n", what.c_str(), shown.c_str());
+            if (o->json)
+                json += (json.empty() ? "{" : ", ") + jsonText(std::string(cap.name) == "capability" ? what : cap.name) +
+                        ": {\"id\": " + std::to_string(cap.id) + ", \"value\": " + std::to_string(value) +
+                        ", \"value2\": " + std::to_string(value2) + ", \"text\": " +
+                        jsonText(formatValue(cap.format, value, value2)) + "}";
+            else
+                std::printf("%s: %s\n", what.c_str(), shown.c_str());
         }
+        if (o->json)
+            std::printf("%s}\n", json.c_str());
         return 0;
     };
     return c;
@@ -84,7 +96,7 @@ Command addSetCommand(CLI::App &parent)
         const CapabilityName &cap = o->capabilities[0];
         const std::string what = label(cap.name, cap.id, "capability");
         const std::uint32_t sub = o->subIndex.value_or(cap.subIndex);
-        camera.set(cap.id, o->parsed.value, what, sub, o->parsed.value2);
+        setExplained(camera, cap.id, o->parsed.value, what, sub, o->parsed.value2);
         // Read back where the id reads the same setting; set-only ids and
         // actions report what was sent.
         std::uint32_t value = o->parsed.value, value2 = o->parsed.value2;
@@ -107,13 +119,25 @@ Command addListCommand(CLI::App &parent)
     c.app->add_option("list", o->name, "List name or number 0..41")->required();
     c.app->add_option("--sub", o->subIndex, "Sub-index (for the lists that take one)");
     c.app->add_flag("--raw", o->raw, "Show the plain numbers");
-    c.app->footer("Lists:\n" + listTable() + "\nExamples:\n  quorin list frame-rates\n  quorin list 1");
+    c.app->add_flag("--json", o->json, "One JSON object: the list's name, id, entries and their texts");
+    c.app->footer("Lists:\n" + listTable() +
+                  "\nExamples:\n  quorin list frame-rates\n  quorin list 1\n  quorin list picture-sizes --json");
     c.check = [o] { o->listEntry = resolveList(o->name); };
     c.run = [o](CameraSession &camera) {
         const ListName &l = o->listEntry;
         const std::string what = label(l.name, l.id, "list");
         const auto entries = camera.list(l.id, what, o->subIndex.value_or(l.subIndex));
-        std::printf("%s: %zu entries\n", what.c_str(), entries.size());
+        if (o->json) {
+            std::string values, texts;
+            for (std::uint32_t e : entries) {
+                values += (values.empty() ? "" : ", ") + std::to_string(e);
+                texts += (texts.empty() ? "" : ", ") + jsonText(formatValue(l.format, e));
+            }
+            std::printf("{\"name\": %s, \"id\": %u, \"entries\": [%s], \"texts\": [%s]}\n", jsonText(l.name).c_str(),
+                        l.id, values.c_str(), texts.c_str());
+            return 0;
+        }
+        std::printf("%s: %s\n", what.c_str(), counted(entries.size(), "entry", "entries").c_str());
         for (std::uint32_t e : entries)
             std::printf("  %s\n", o->raw ? std::to_string(e).c_str() : formatValue(l.format, e).c_str());
         return 0;

@@ -5,6 +5,7 @@
 
 #include "cli_error.h"
 #include "image_files.h"
+#include "values.h"
 
 #include <cstdio>
 #include <memory>
@@ -21,6 +22,8 @@ constexpr std::uint32_t kGainFileTable = 2;
 constexpr std::uint32_t kGainSaveFile = 6;
 // The library's neutral gain.
 constexpr std::uint16_t kNeutralGain = 997;
+// The largest camera number a pixel-gain file can be named for.
+constexpr std::uint32_t kLargestFileNumber = 999;
 
 struct FlatfieldOptions {
     std::uint32_t average = 4;
@@ -68,12 +71,19 @@ Command addFlatfieldCommand(CLI::App &parent)
         "$XDG_DATA_HOME/Kavrion/QELMAR (default ~/.local/share/Kavrion/QELMAR), read at every open.\n"
         "\nExamples:\n  quorin flatfield\n  quorin flatfield --average 16 --table gains.tiff");
     c.check = [o] {
-        if (!o->table.empty())
+        if (!o->table.empty()) {
             o->tablePattern = checkOutputPattern(o->table, "", 1);
+            createFolder(o->tablePattern.folder);
+        }
     };
     c.run = [o](CameraSession &camera) {
         const std::uint32_t dev = camera.device();
         const bool colour = camera.isColour();
+        const std::uint32_t number = camera.get(QUORIN_CAP_CAMERA_NUMBER, "the camera number");
+        // The file is named after the camera number in three digits.
+        if (!o->noSave && number > kLargestFileNumber)
+            throw UsageError("camera number " + std::to_string(number) + " has no pixel-gain file (the library names "
+                             "them for numbers up to 999); use --no-save");
         const std::uint32_t gainMode = camera.get(QUORIN_CAP_PIXEL_GAIN, "the pixel-gain setting");
         std::uint32_t output = 0;
         if (colour) {
@@ -114,12 +124,16 @@ Command addFlatfieldCommand(CLI::App &parent)
         std::printf("pixel-gain table: gains %u..%u (997 = 1.0), %zu of %zu entries corrected\n", lo, hi, changed,
                     table.size());
         if (!o->noSave) {
-            camera.set(QUORIN_CAP_PIXEL_GAIN, kGainSaveFile, "save the pixel-gain file");
-            std::printf("saved the pixel-gain file of camera %u\n", camera.get(QUORIN_CAP_CAMERA_NUMBER, "the camera number"));
+            camera.act(QUORIN_CAP_PIXEL_GAIN, kGainSaveFile, "save the pixel-gain file");
+            std::printf("saved the pixel-gain file of camera %u\n", number);
         }
         if (!o->noApply) {
-            camera.set(QUORIN_CAP_PIXEL_GAIN, kGainFileTable, "the pixel gain to the new table");
-            std::printf("pixel gain: the new table is selected\n");
+            camera.set(QUORIN_CAP_PIXEL_GAIN, kGainFileTable, "pixel-gain file");
+            // The library keeps the choice per camera number: say so, and how to go back.
+            const std::string was = formatValue(Format::PixelGain, gainMode);
+            std::printf("pixel gain: the new table is selected, for this and every later run of camera %u (it was "
+                        "%s; undo with: quorin set pixel-gain %s)\n",
+                        number, was.c_str(), was.substr(0, was.find(' ')).c_str());
         }
         if (!o->table.empty()) {
             // The raw gains, as they are: no scaling to the 16-bit range.

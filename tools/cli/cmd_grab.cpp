@@ -37,12 +37,15 @@ Command addGrabCommand(CLI::App &parent)
                   "files; 16-bit files hold the 10-bit values scaled to the 16-bit range.\n"
                   "\nExamples:\n  quorin grab -n 10 -o frames/live_%04d.png\n"
                   "  quorin grab -n 100 --bits 16 -o frames/live_%04d.tiff --set resolution=512x256");
-    c.check = [o] { o->pattern = checkOutputPattern(o->output.pattern, o->output.format, o->count); };
+    c.check = [o] {
+        o->pattern = checkOutputPattern(o->output.pattern, o->output.format, o->count);
+        createFolder(o->pattern.folder);
+    };
     c.run = [o](CameraSession &camera) {
-        const ImageShape shape = readImageShape(camera);
+        ImageShape shape = readImageShape(camera);
+        RedFirst redFirst(camera, shape);
         const std::uint32_t bits = static_cast<std::uint32_t>(o->output.bits);
         std::vector<unsigned char> image(shape.samples() * (bits / 8));
-        InterruptGuard guard;
         Clock::duration transferTime{};
         const Clock::time_point start = Clock::now();
         std::uint32_t done = 0;
@@ -59,9 +62,9 @@ Command addGrabCommand(CLI::App &parent)
         }
         const double transfers = std::chrono::duration<double>(transferTime).count();
         const double total = std::chrono::duration<double>(Clock::now() - start).count();
-        std::printf("grabbed %u %s frames to %s: %.1f frames per second (%.1f with the files)\n", done,
-                    shape.describe(bits).c_str(), o->pattern.folder.c_str(), transfers > 0 ? done / transfers : 0.0,
-                    total > 0 ? done / total : 0.0);
+        std::printf("grabbed %u %s %s to %s: %.1f frames per second (%.1f with the files)\n", done,
+                    shape.describe(bits).c_str(), done == 1 ? "frame" : "frames", o->pattern.folder.c_str(),
+                    transfers > 0 ? done / transfers : 0.0, total > 0 ? done / total : 0.0);
         if (interruptRequested()) {
             std::fprintf(stderr, "quorin: interrupted after %u of %u frames\n", done, o->count);
             return kExitInterrupted;

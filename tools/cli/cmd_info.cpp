@@ -4,16 +4,19 @@
 #include "values.h"
 
 #include <cstdio>
+#include <memory>
 
 namespace quorin::cli {
 
 Command addInfoCommand(CLI::App &parent)
 {
+    auto json = std::make_shared<bool>(false);
     Command c;
     c.app = parent.add_subcommand("info", "Show the camera's model, firmware, number and main settings");
-    c.app->footer("Example:\n  quorin info --camera virtual:k5");
+    c.app->add_flag("--json", *json, "One JSON object, values as plain numbers");
+    c.app->footer("Examples:\n  quorin info --camera virtual:k5\n  quorin info --json");
     c.check = [] {};
-    c.run = [](CameraSession &camera) {
+    c.run = [json](CameraSession &camera) {
         // One line per item; each read names itself if it fails.
         const std::string model = camera.modelName();
         const std::uint32_t firmware = camera.get(QUORIN_CAP_FIRMWARE, "the firmware");
@@ -26,6 +29,14 @@ Command addInfoCommand(CLI::App &parent)
         const std::uint32_t lut = camera.get(QUORIN_CAP_LUT_MODE, "the LUT mode");
         const std::size_t defects = camera.list(QUORIN_LIST_DEFECTS, "of defect pixels").size();
 
+        if (*json) {
+            std::printf("{\"model\": %s, \"firmware\": %u, \"camera_number\": %u, \"frame_rate\": %u, "
+                        "\"width\": %u, \"height\": %u, \"shutter\": %u, \"trigger_mode\": %u, "
+                        "\"trigger_parameter\": %u, \"lut_mode\": %u, \"defect_pixels\": %zu}\n",
+                        jsonText(model).c_str(), firmware, number, rate, size >> 16, size & 0xFFFF, shutter, trigger,
+                        triggerParam, lut, defects);
+            return 0;
+        }
         std::printf("model:         %s\n", model.c_str());
         std::printf("firmware:      %u\n", firmware);
         std::printf("camera number: %u\n", number);

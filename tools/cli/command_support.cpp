@@ -1,6 +1,11 @@
 // Helpers shared by the image commands.
 #include "commands.h"
 
+#include "cli_error.h"
+#include "values.h"
+
+#include <cstdio>
+
 namespace quorin::cli {
 
 std::string ImageShape::describe(std::uint32_t bits) const
@@ -22,11 +27,88 @@ ImageShape readImageShape(CameraSession &camera)
         // first layout stores colour pixels blue first; a raw mosaic has one
         // value per pixel.
         const std::uint32_t output = camera.get(QUORIN_CAP_IMAGE_OUTPUT, "the image output options");
+        shape.output = output;
         const bool rawBayer = ((output >> 8) & 0xFF) != 0;
         shape.channels = rawBayer ? 1 : 3;
         shape.blueFirst = !rawBayer && ((output >> 16) & 0xFF) == 1;
     }
     return shape;
+}
+
+RedFirst::RedFirst(CameraSession &camera, ImageShape &shape) : camera_(camera), restore_(shape.output)
+{
+    if (!shape.blueFirst)
+        return;
+    camera.set(QUORIN_CAP_IMAGE_OUTPUT, shape.output & ~0xFF0000u, "red-first colour output");
+    changed_ = true;
+    shape.blueFirst = false;
+}
+
+RedFirst::~RedFirst()
+{
+    std::int32_t err = 0;
+    if (changed_) // the image output options have no camera command: this cannot fail for the link
+        DEV_SetDeviceCaps(camera_.device(), 0, QUORIN_CAP_IMAGE_OUTPUT, 0, restore_, 0, &err);
+}
+
+std::string counted(std::uint64_t n, const std::string &singular, const std::string &plural)
+{
+    return std::to_string(n) + " " + (n == 1 ? singular : plural.empty() ? singular + "s" : plural);
+}
+
+void thenLive(CameraSession &camera, const std::function<void()> &body)
+{
+    std::string failure;
+    try {
+        body();
+    } catch (const CliError &e) {
+        failure = e.what();
+    }
+    std::int32_t err = 0;
+    const bool live = DEV_SetDeviceCaps(camera.device(), 0, QUORIN_CAP_CAMERA_MODE, 0, 0, 0, &err) != 0;
+    if (!failure.empty())
+        throw CliError(failure + (live ? "" : "; the camera did not return to live mode"));
+    if (!live)
+        CameraSession::check(0, err, "return the camera to live mode");
+}
+
+void setExplained(CameraSession &camera, std::uint32_t id, std::uint32_t value, const std::string &what,
+                  std::uint32_t subIndex, std::uint32_t value2)
+{
+    try {
+        camera.set(id, value, what, subIndex, value2);
+    } catch (const CliError &e) {
+        if (id != QUORIN_CAP_FRAME_RATE && id != QUORIN_CAP_RESOLUTION)
+            throw;
+        // The library's frame-time model: the largest rate for a size.
+        const std::uint32_t size = id == QUORIN_CAP_RESOLUTION ? value : camera.get(QUORIN_CAP_RESOLUTION, "the resolution");
+        const std::uint32_t rate = id == QUORIN_CAP_FRAME_RATE ? value : camera.get(QUORIN_CAP_FRAME_RATE, "the frame rate");
+        std::uint32_t largest = 0, unused = 0;
+        std::int32_t err = 0;
+        if (DEV_SetDeviceCaps(camera.device(), 0, QUORIN_CAP_PRESET_RESOLUTION, 0, size, 0, &err) == 0 ||
+            !camera.tryGet(QUORIN_CAP_MAX_FRAME_RATE, 0, largest, unused, err) || rate <= largest)
+            throw;
+        throw CliError(std::string(e.what()) + ": " + std::to_string(rate) + " fps at " + formatValue(Format::Size, size) +
+                       " is more than the frame time allows (at most " + std::to_string(largest) + " fps at that size)");
+    }
+}
+
+std::string jsonText(const std::string &text)
+{
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char e[8];
+            std::snprintf(e, sizeof e, "\\u%04x", c);
+            out += e;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
 }
 
 void addImageOutputOptions(CLI::App &cmd, ImageOutputOptions &options, const char *defaultPattern)

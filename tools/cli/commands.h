@@ -31,6 +31,22 @@ Command addDownloadCommand(CLI::App &parent);
 Command addLutCommand(CLI::App &parent);
 Command addDefectsCommand(CLI::App &parent);
 Command addFlatfieldCommand(CLI::App &parent);
+Command addRecordCommand(CLI::App &parent);
+
+// "1 frame", "2 frames".
+std::string counted(std::uint64_t n, const std::string &singular, const std::string &plural = "");
+
+// Runs body, then returns the camera to live mode whatever happened. A
+// failure of body is raised again, saying whether the camera got back.
+void thenLive(CameraSession &camera, const std::function<void()> &body);
+
+// CameraSession::set, and when the camera refuses a frame rate or picture
+// size, the failure says what its frame-time model allows.
+void setExplained(CameraSession &camera, std::uint32_t id, std::uint32_t value, const std::string &what,
+                  std::uint32_t subIndex = 0, std::uint32_t value2 = 0);
+
+// A JSON string literal.
+std::string jsonText(const std::string &text);
 
 // ---- Shared by the image commands ----------------------------------------
 
@@ -41,6 +57,7 @@ struct ImageShape {
     std::uint32_t height = 0;
     std::uint32_t channels = 1;
     bool blueFirst = false;
+    std::uint32_t output = 0; // the image output options (capability 41)
 
     std::size_t samples() const { return std::size_t{width} * height * channels; }
     std::string describe(std::uint32_t bits) const;
@@ -50,6 +67,22 @@ struct ImageShape {
 // present mode) and the colour layout.
 ImageShape readImageShape(CameraSession &camera);
 
+// While it lives, the library stores colour pixels red first (the
+// demosaic byte of capability 41 at 0), so that files need no reordering
+// pass; the camera's own choice is put back at the end.
+class RedFirst {
+public:
+    RedFirst(CameraSession &camera, ImageShape &shape);
+    ~RedFirst();
+    RedFirst(const RedFirst &) = delete;
+    RedFirst &operator=(const RedFirst &) = delete;
+
+private:
+    CameraSession &camera_;
+    std::uint32_t restore_ = 0;
+    bool changed_ = false;
+};
+
 // The options --output, --format and --bits of grab and download.
 struct ImageOutputOptions {
     std::string pattern;
@@ -57,5 +90,32 @@ struct ImageOutputOptions {
     int bits = 8;
 };
 void addImageOutputOptions(CLI::App &cmd, ImageOutputOptions &options, const char *defaultPattern);
+
+// ---- Downloads (download, record --download) ------------------------------
+
+struct DownloadOptions {
+    std::string frames; // FIRST-LAST or FRAME
+    std::string csv;
+    ImageOutputOptions output;
+    bool overwrite = false;
+    bool transferOnly = false;
+    bool json = false;
+    std::uint32_t first = 0, last = 0;
+    OutputPattern pattern;
+};
+
+// The output options of a download; the command adds its range option.
+void addDownloadOptions(CLI::App &cmd, DownloadOptions &options);
+// Checks them before any camera is opened: the range, the output names,
+// files that exist, folders that cannot be written. Creates the output
+// folders last. Throws UsageError.
+void checkDownload(DownloadOptions &options);
+// Checks the range against the recording and the room on the disk.
+// Throws UsageError.
+void precheckDownload(CameraSession &camera, const DownloadOptions &options);
+// Checks the range against the recording and the room on the disk, then
+// downloads in playback and returns the camera to live mode, also after a
+// failure or an interrupt. Returns the exit status.
+int runDownload(CameraSession &camera, const DownloadOptions &options);
 
 } // namespace quorin::cli

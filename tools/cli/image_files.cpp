@@ -61,7 +61,8 @@ bool hostIsLittleEndian()
     return first == 1;
 }
 
-// Builds row y in the file's sample order: red first, 16-bit values scaled.
+} // namespace
+
 void fileRow(const ImageView &img, std::uint32_t y, std::vector<unsigned char> &row)
 {
     const std::size_t samples = std::size_t{img.width} * img.channels;
@@ -83,6 +84,8 @@ void fileRow(const ImageView &img, std::uint32_t y, std::vector<unsigned char> &
         for (std::size_t i = 0; i < samples; i += 3)
             std::swap(out[i], out[i + 2]);
 }
+
+namespace {
 
 // libpng reports errors by longjmp; this function keeps only plain data
 // across the setjmp, and every row is prepared before it is handed over.
@@ -143,25 +146,13 @@ void writePng(const std::string &path, const ImageView &img)
     tmp.commit(path);
 }
 
-// libtiff reports errors through a handler; keep the last message.
-thread_local std::string g_tiffMessage;
-
-void tiffError(const char *, const char *fmt, va_list args)
-{
-    char text[256];
-    std::vsnprintf(text, sizeof text, fmt, args);
-    g_tiffMessage = text;
-}
-
 void writeTiff(const std::string &path, const ImageView &img)
 {
-    TIFFSetErrorHandler(tiffError);
-    TIFFSetWarningHandler(nullptr);
-    g_tiffMessage.clear();
+    catchTiffMessages();
     TempFile tmp(path);
     TIFF *tif = TIFFFdOpen(tmp.fd, tmp.path.c_str(), "w");
     if (tif == nullptr)
-        throw CliError("cannot write '" + path + "': " + g_tiffMessage);
+        throw CliError("cannot write '" + path + "'" + takeTiffMessage());
     bool ok = TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, img.width) && TIFFSetField(tif, TIFFTAG_IMAGELENGTH, img.height) &&
               TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, img.channels) &&
               TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, img.bits) &&
@@ -179,11 +170,35 @@ void writeTiff(const std::string &path, const ImageView &img)
     ok = TIFFFlush(tif) == 1 && ok;
     TIFFCleanup(tif);
     if (!ok)
-        throw CliError("cannot write '" + path + "'" + (g_tiffMessage.empty() ? "" : ": " + g_tiffMessage));
+        throw CliError("cannot write '" + path + "'" + takeTiffMessage());
     tmp.commit(path);
 }
 
+// libtiff reports errors through a handler; keep the last message.
+thread_local std::string g_tiffMessage;
+
+void tiffError(const char *, const char *fmt, va_list args)
+{
+    char text[256];
+    std::vsnprintf(text, sizeof text, fmt, args);
+    g_tiffMessage = text;
+}
+
 } // namespace
+
+void catchTiffMessages()
+{
+    TIFFSetErrorHandler(tiffError);
+    TIFFSetWarningHandler(nullptr);
+    g_tiffMessage.clear();
+}
+
+std::string takeTiffMessage()
+{
+    std::string m = g_tiffMessage.empty() ? "" : ": " + g_tiffMessage;
+    g_tiffMessage.clear();
+    return m;
+}
 
 void writeImage(const std::string &path, ImageFormat format, const ImageView &image)
 {
@@ -193,13 +208,12 @@ void writeImage(const std::string &path, ImageFormat format, const ImageView &im
         writeTiff(path, image);
 }
 
-void writeTextFile(const std::string &path, const std::string &text)
+void writeAll(int fd, const std::string &text, const std::string &path)
 {
-    TempFile tmp(path);
     const char *p = text.data();
     std::size_t left = text.size();
     while (left > 0) {
-        ssize_t n = ::write(tmp.fd, p, left);
+        ssize_t n = ::write(fd, p, left);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -207,7 +221,6 @@ void writeTextFile(const std::string &path, const std::string &text)
         p += n;
         left -= static_cast<std::size_t>(n);
     }
-    tmp.commit(path);
 }
 
 } // namespace quorin::cli

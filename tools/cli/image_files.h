@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace quorin::cli {
 
@@ -30,7 +31,15 @@ struct ImageView {
 // is left under path.
 void writeImage(const std::string &path, ImageFormat format, const ImageView &image);
 
-// Writes text to path through a temporary file and a rename. Throws CliError.
-void writeTextFile(const std::string &path, const std::string &text);
+// Writes all of text to the file descriptor fd of path. Throws CliError.
+void writeAll(int fd, const std::string &text, const std::string &path);
+
+// Builds row y in a file's sample order: red first, 16-bit values scaled.
+void fileRow(const ImageView &image, std::uint32_t y, std::vector<unsigned char> &row);
+
+// libtiff's messages: catchTiffMessages() routes them to this thread's
+// last message, which takeTiffMessage() returns (": message", or empty).
+void catchTiffMessages();
+std::string takeTiffMessage();
 
 } // namespace quorin::cli

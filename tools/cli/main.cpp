@@ -6,12 +6,14 @@
 #include "camera_session.h"
 #include "cli_error.h"
 #include "commands.h"
+#include "interrupt.h"
 #include "names.h"
 #include "values.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -20,8 +22,9 @@ using namespace quorin::cli;
 namespace {
 
 constexpr const char kCameraHelp[] =
-    "Cameras (--camera):\n"
-    "  virtual:k5c, virtual:k5   a virtual camera in this process (--link, --firmware, --camera-number)\n"
+    "Cameras (--camera, else the environment variable QUORIN_CAMERA, else virtual:k5c):\n"
+    "  virtual:k5c, virtual:k5   a virtual camera in this process (--link, default 7, --firmware,\n"
+    "                            --camera-number)\n"
     "  driver:/path/libfoo.so    a host link driver, given --host-arg as the host argument of the\n"
     "                            camera's Open. The driver is a shared library exporting\n"
     "                              extern \"C\" const InterfaceTable *quorin_interface(void);\n"
@@ -80,7 +83,9 @@ int main(int argc, char **argv)
 
     CameraOptions camera;
     std::vector<std::string> settingTexts;
-    app.add_option("--camera", camera.choice, "virtual:k5c, virtual:k5 or driver:PATH")->capture_default_str();
+    app.set_version_flag("--version", "quorin " QUORIN_VERSION_STRING " (library header " QUORIN_VERSION_STRING ")");
+    app.add_option("--camera", camera.choice,
+                   "virtual:k5c, virtual:k5 or driver:PATH (default: $QUORIN_CAMERA, else virtual:k5c)");
     app.add_option("--link", camera.link, "Link type of the virtual camera: 2, 3, 4 or 7")->capture_default_str();
     app.add_option("--firmware", camera.firmware, "Firmware revision of the virtual camera (default 120)");
     app.add_option("--camera-number", camera.cameraNumber, "Number of the virtual camera (default 1)");
@@ -91,6 +96,7 @@ int main(int argc, char **argv)
         addInfoCommand(app),     addGetCommand(app),  addSetCommand(app),
         addListCommand(app),     addGrabCommand(app), addDownloadCommand(app),
         addLutCommand(app),      addDefectsCommand(app), addFlatfieldCommand(app),
+        addRecordCommand(app),
     };
 
     for (const Command &c : commands)
@@ -117,8 +123,8 @@ int main(int argc, char **argv)
             throw UsageError((command == nullptr ? "unknown sub-command '" : "unexpected argument '") + extras[0] +
                              "' (see quorin --help)");
         if (command == nullptr)
-            throw UsageError("a sub-command is required: info, get, set, list, grab, download, lut, defects or "
-                             "flatfield (see quorin --help)");
+            throw UsageError("a sub-command is required: info, get, set, list, grab, record, download, lut, "
+                             "defects or flatfield (see quorin --help)");
         // Everything the command line says is checked before the camera
         // is touched; the command's own checks last, as they may create
         // its output folder.
@@ -126,9 +132,17 @@ int main(int argc, char **argv)
         const std::vector<Setting> settings = checkSettings(settingTexts);
         command->check();
 
+        // Ctrl-C from here on lets the command end at a safe point, with
+        // the camera back in live mode and closed.
+        InterruptGuard guard;
         CameraSession session(choice);
+        if (interruptRequested()) {
+            session.close();
+            return fail("interrupted while the camera was opened; nothing was done", kExitInterrupted);
+        }
         for (const Setting &s : settings)
-            session.set(s.capability.id, s.value.value, s.capability.name, s.capability.subIndex, s.value.value2);
+            setExplained(session, s.capability.id, s.value.value, s.capability.name, s.capability.subIndex,
+                         s.value.value2);
         const int status = command->run(session);
         session.close();
         return status;

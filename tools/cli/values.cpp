@@ -20,9 +20,27 @@ constexpr NamedValue kLutModes[] = {
 constexpr NamedValue kColourTemperatures[] = {
     {"5100K", 1}, {"3100K", 2}, {"user-1", 3}, {"user-2", 4},
 };
+// The recording states are named after how the camera reaches them (see
+// docs/cli.md): 2 by command 160, 4 by command 161 from 2, 8 by command
+// 161 from any other state. 16 and 32 are only ever read.
 constexpr NamedValue kCameraModes[] = {
-    {"live", 0}, {"playback", 1}, {"recording-2", 2}, {"recording-4", 4}, {"recording-8", 8},
-    {"recording-16", 16}, {"recording-32", 32},
+    {"live", 0},          {"playback", 1},       {"ready", 2},         {"ready-record", 4}, {"record", 8},
+    {"recording-2", 2},   {"recording-4", 4},    {"recording-8", 8},   {"recording-16", 16}, {"recording-32", 32},
+};
+// The host trigger codes, named after what the camera family says of their
+// parameter and their frame numbering (see docs/cli.md).
+constexpr NamedValue kTriggers[] = {
+    {"memory", 0},
+    {"camera", 0x01000000u},
+    {"single", 0x02000000u},
+    {"segments", 0x03000000u},
+    {"frames", 0x04000000u},
+    {"segments-sync", 0x05000000u},
+    {"segments-centre", 0x06000000u},
+    {"segments-offset", 0x07000000u},
+    {"code-8-1", 0x08000001u},
+    {"code-8-2", 0x08000002u},
+    {"code-8-3", 0x08000003u},
 };
 constexpr NamedValue kPixelGainModes[] = {
     {"off", 0}, {"camera", 1}, {"file", 2}, {"fixed", 3}, {"save", 6}, {"load", 7},
@@ -44,6 +62,8 @@ std::span<const NamedValue> namesOf(Format format)
         return kPixelGainModes;
     case Format::OnOff:
         return kOnOff;
+    case Format::Trigger:
+        return kTriggers;
     default:
         return {};
     }
@@ -131,6 +151,11 @@ std::optional<std::uint32_t> parseSize(std::string_view text)
     return *w << 16 | *h;
 }
 
+std::span<const NamedValue> namedValues(Format format)
+{
+    return namesOf(format);
+}
+
 const NamedValue *findNamedValue(Format format, std::string_view name)
 {
     for (const NamedValue &n : namesOf(format))
@@ -152,7 +177,7 @@ std::string formatHint(Format format)
     case Format::Shutter:
         return "a shutter speed N or 1/N (seconds), e.g. 1/4000";
     case Format::Trigger:
-        return "a trigger code with an optional parameter, e.g. 0x04000000,10";
+        return "a trigger name or code with an optional parameter, e.g. frames,500 or 0x04000000,500";
     case Format::TriggerCounts:
         return "a trigger count and ratio, e.g. 100,2";
     case Format::SignedOffset:
@@ -198,6 +223,8 @@ std::string formatValue(Format format, std::uint32_t value, std::uint32_t value2
     case Format::Nanoseconds:
         return std::to_string(value) + " ns";
     case Format::Trigger:
+        if (const char *name = nameOf(format, value))
+            return hex(value) + " (" + name + "), parameter " + std::to_string(value2);
         return hex(value) + ", parameter " + std::to_string(value2);
     case Format::TriggerCounts:
         return printed("count %u, ratio %u", value, value2);
@@ -252,7 +279,8 @@ Value parseValue(Format format, std::string_view text)
     case Format::TriggerCounts:
     case Format::PlainPair: {
         auto [a, b] = splitPair(text);
-        auto v = parseNumber(a);
+        const NamedValue *named = findNamedValue(format, a);
+        auto v = named != nullptr ? std::optional<std::uint32_t>(named->value) : parseNumber(a);
         auto v2 = b.empty() ? std::optional<std::uint32_t>(format == Format::TriggerCounts ? 1 : 0) : parseNumber(b);
         if (!v || !v2 || (b.empty() && text.find(',') != std::string_view::npos))
             refuse(format, text);

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -55,11 +56,13 @@ std::optional<std::uint32_t> parseSize(std::string_view text);
 // What a format expects, for messages and help: "WxH, e.g. 512x256".
 std::string formatHint(Format format);
 
-// Names of look-up modes, in the order of the capability's values.
+// Names of the enumerated formats' values (look-up modes, camera modes,
+// trigger codes, ...).
 struct NamedValue {
     const char *name;
     std::uint32_t value;
 };
 const NamedValue *findNamedValue(Format format, std::string_view name);
+std::span<const NamedValue> namedValues(Format format);
 
 } // namespace quorin::cli

@@ -4,8 +4,8 @@
 #include "scene.h"
 
 #include <algorithm>
-
 #include <cstring>
+#include <ctime>
 
 namespace vcam {
 
@@ -24,6 +24,22 @@ std::vector<std::uint8_t> packTenBit(const std::uint16_t *values, std::size_t co
 }
 
 namespace {
+
+// The host's clock as the camera's time code: day of the year and time of day.
+ClockTime wallClock(std::chrono::system_clock::time_point at)
+{
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(at.time_since_epoch()).count();
+    const std::time_t seconds = static_cast<std::time_t>(us / 1000000);
+    std::tm local{};
+#ifdef _WIN32
+    localtime_s(&local, &seconds);
+#else
+    localtime_r(&seconds, &local);
+#endif
+    return {static_cast<std::uint32_t>(local.tm_yday + 1), static_cast<std::uint32_t>(local.tm_hour),
+            static_cast<std::uint32_t>(local.tm_min), static_cast<std::uint32_t>(std::min(local.tm_sec, 59)),
+            static_cast<std::uint32_t>(us % 1000000)};
+}
 
 // When the recording began: day 200, 23:59:58.5, so that it runs past midnight.
 constexpr ClockTime kRecordingStart{200, 23, 59, 58, 500000};
@@ -84,6 +100,27 @@ std::uint32_t CameraModel::memoryFrames() const
     return bytes == 0 ? 0 : static_cast<std::uint32_t>((std::uint64_t(4) << 30) / bytes);
 }
 
+namespace {
+
+// The frame-time model: ticks one frame of the picture size takes.
+std::uint32_t frameTicks(std::uint32_t resolution)
+{
+    const double w = resolution >> 16, h = resolution & 0xFFFF;
+    return static_cast<std::uint32_t>((w * 0.03125 + 7.0) * h * 0.5 + 150.0);
+}
+
+} // namespace
+
+bool CameraModel::timingAllows(std::uint32_t rate, std::uint32_t resolution) const
+{
+    if (!config_.frameTimeLimits)
+        return true;
+    const bool external = registers_[7].p1 == 5;
+    const std::uint64_t clock = external ? config_.extClockHz : 63000000u;
+    const std::uint64_t margin = external ? config_.modeWord79 : 5u;
+    return rate >= 1 && std::uint64_t{rate} * (frameTicks(resolution) + margin) <= clock;
+}
+
 CameraModel::CameraModel(const VcamConfig &config, std::uint32_t linkType) : config_(config), linkType_(linkType)
 {
     registers_.assign(std::begin(kRegisters), std::end(kRegisters));
@@ -107,9 +144,97 @@ bool CameraModel::takesData(std::uint16_t code)
     return code == 187; // look-up table upload
 }
 
+// Entering a recording state arms the camera; a second recording command
+// (161 after 160) keeps the recording it waits for or makes.
+void CameraModel::enterRecordingState()
+{
+    if (state_ == State::Waiting || state_ == State::Recording)
+        return;
+    state_ = State::Waiting;
+    enteredAt_ = Clock::now();
+    recorded_ = 0;
+}
+
+// Stopped from outside: a recording keeps the frames it has.
+void CameraModel::leaveRecordingState()
+{
+    advanceRecording();
+    if (state_ == State::Recording)
+        memory_.length = std::max(recorded_, 1u);
+    if (state_ != State::Idle)
+        state_ = State::Ended;
+}
+
+std::uint32_t CameraModel::recordingLength() const
+{
+    const std::uint32_t code = registers_[2].p1 & 0xFF000000u, memory = std::max(memoryFrames(), 1u);
+    std::uint32_t n = memory;
+    if (code == 0x03000000u)
+        n = registers_[2].p2 & 0xFFFFFFu;
+    else if (code == 0x06000000u || code == 0x07000000u)
+        n = std::max(registers_[3].p1, 1u) * std::max((registers_[2].p1 >> 8) & 0xFFu, 1u);
+    return std::clamp(n, 1u, memory);
+}
+
+void CameraModel::startRecording(Clock::time_point at)
+{
+    state_ = State::Recording;
+    triggeredAt_ = at;
+    recorded_ = 0;
+    const auto wall = std::chrono::system_clock::now() -
+                      std::chrono::duration_cast<std::chrono::system_clock::duration>(Clock::now() - at);
+    memory_.made = true;
+    memory_.start = wallClock(wall);
+    memory_.rate = std::max(registers_[0].p1, 1u);
+    memory_.resolution = resolution_;
+    memory_.length = recordingLength();
+    memory_.trigger = registers_[2].p1 & 0xFF000000u;
+    memory_.offset = registers_[2].p2 & 0xFFFFFFu;
+    memory_.segmentLength = std::max(registers_[3].p1, 1u);
+}
+
+// Time passes between commands: the trigger of its own, frames recorded,
+// and the end of a recording, which the camera then writes away as after
+// command 162.
+void CameraModel::advanceRecording()
+{
+    const Clock::time_point now = Clock::now();
+    const auto delay = std::chrono::milliseconds(config_.triggerDelayMs);
+    if (state_ == State::Waiting && config_.triggerDelayMs != 0 && now - enteredAt_ >= delay)
+        startRecording(enteredAt_ + delay);
+    if (state_ != State::Recording)
+        return;
+    const auto us = std::chrono::duration_cast<std::chrono::microseconds>(now - triggeredAt_).count();
+    recorded_ = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(memory_.length, static_cast<std::uint64_t>(us) * memory_.rate / 1000000));
+    if (recorded_ < memory_.length)
+        return;
+    state_ = State::Ended;
+    statusWord_ = config_.settlePolls == 0 ? 0 : 0x00000001u;
+    settleLeft_ = config_.settlePolls;
+}
+
+bool CameraModel::trigger()
+{
+    advanceRecording();
+    if (state_ != State::Waiting)
+        return false;
+    startRecording(Clock::now());
+    return true;
+}
+
+int CameraModel::recording(std::uint32_t &recorded, std::uint32_t &length)
+{
+    advanceRecording();
+    recorded = state_ == State::Idle || state_ == State::Waiting ? 0 : recorded_;
+    length = state_ == State::Idle || state_ == State::Waiting ? recordingLength() : memory_.length;
+    return static_cast<int>(state_);
+}
+
 Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t p2)
 {
     Answer a;
+    advanceRecording();
     switch (code) {
     case 16: // identification: model code; sensor kind flag << 8 | colour flag
         a.value1 = config_.modelCode;
@@ -147,8 +272,17 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
             for (int k = 0; k < 5; ++k)
                 modeTable_[p1 - 1][k] = 0;
         break;
-    case 19: // picture size
-        a.value1 = resolution_;
+    case 19: // picture size; in playback the recording's
+        a.value1 = inPlayback() ? playbackResolution() : resolution_;
+        break;
+    case 22: // frame rate; in playback the recording's
+        a.value1 = inPlayback() && memory_.made ? memory_.rate : registers_[0].p1;
+        break;
+    case 118:
+        if (!timingAllows(p1, resolution_))
+            a.refused = true;
+        else
+            registers_[0].p1 = p1;
         break;
     case 20: // colour temperature: preset (5100, 3100) or user (1, 2), and the gains
         a.value1 = colourTemperature_;
@@ -182,7 +316,7 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         a.value2 = config_.value69;
         break;
     case 73: // where the picture sits on the sensor: first column << 16 | first row
-        a.value1 = areaOrigin();
+        a.value1 = areaOrigin(inPlayback() ? playbackResolution() : resolution_);
         break;
     case 78:
         a.value1 = 0;
@@ -232,23 +366,34 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         break;
     case 115: { // picture size, width << 16 | height; p2 flags a size outside the standard list
         const std::uint32_t w = p1 >> 16, h = p1 & 0xFFFF;
-        if (w >= 1 && w <= kSensorWidth && h >= 1 && h <= kSensorHeight && resolution_ != p1) {
+        if (!timingAllows(registers_[0].p1, p1))
+            a.refused = true;
+        else if (w >= 1 && w <= kSensorWidth && h >= 1 && h <= kSensorHeight && resolution_ != p1) {
             resolution_ = p1;
             frames_.clear();
         }
         break;
     }
     case 114: // live, or playback with 0x04000000 in the top byte; status bits below
+        leaveRecordingState();
         statusWord_ = ((p1 & 0xFF000000u) == 0x04000000u ? 0x04000000u : 0) | (p1 & 0x00FF0000u);
         settleLeft_ = 0;
         break;
-    case 160:
-        statusWord_ = 0x01000000u;
+    case 160: // into the first recording state, or out of it again
+        if ((statusWord_ & 0xFF000000u) == 0x01000000u) {
+            leaveRecordingState();
+            statusWord_ &= 0x00FF0000u;
+        } else {
+            statusWord_ = 0x01000000u;
+            enterRecordingState();
+        }
         break;
     case 161:
         statusWord_ = statusWord_ == 0x01000000u ? 0x02000000u : 0x03000000u;
+        enterRecordingState();
         break;
     case 162: // stop recording: busy for a few status reads, then live
+        leaveRecordingState();
         statusWord_ = 0x00000001u;
         settleLeft_ = config_.settlePolls;
         if (settleLeft_ == 0)
@@ -259,15 +404,16 @@ Answer CameraModel::command(std::uint16_t code, std::uint32_t p1, std::uint32_t 
         settleLeft_ = 0;
         if (p2 & 0x00020000u) {
             const std::uint32_t segment = (p2 >> 20) & 0xF;
-            headerFrame_ = std::uint64_t(segment > 0 ? segment - 1 : 0) * 1000000 + (p1 - 1);
+            headerFrame_ = memory_.made ? recordedIndex(p1, segment)
+                                        : std::uint64_t(segment > 0 ? segment - 1 : 0) * 1000000 + (p1 - 1);
             break;
         }
-        return imageFrame(recordedTime(p1, p2));
+        return imageFrame(recordedTime(p1, p2), playbackResolution());
     case 184: // p1 frame headers from the selected frame on
         return frameHeaders(p1);
     case 183: // live image when p2 asks for one; p2 = 1 returns to live view
         if (p2 & 0x00010000u)
-            return imageFrame(liveTick_++ % kLiveCycle);
+            return imageFrame(liveTick_++ % kLiveCycle, resolution_);
         if (p2 == 1)
             statusWord_ &= 0x00FF0000u;
         break;
@@ -317,9 +463,9 @@ void CameraModel::block(const std::uint8_t *data, std::size_t length)
     blocksReceived_ += 1;
 }
 
-std::uint32_t CameraModel::areaOrigin() const
+std::uint32_t CameraModel::areaOrigin(std::uint32_t resolution) const
 {
-    const std::uint32_t w = resolution_ >> 16, h = resolution_ & 0xFFFF;
+    const std::uint32_t w = resolution >> 16, h = resolution & 0xFFFF;
     const std::uint32_t x0 = ((kSensorWidth - std::min(w, kSensorWidth)) / 2) & ~1u;
     const std::uint32_t y0 = ((kSensorHeight - std::min(h, kSensorHeight)) / 2) & ~1u;
     return x0 << 16 | y0;
@@ -331,7 +477,28 @@ std::uint32_t CameraModel::recordedTime(std::uint32_t frame, std::uint32_t p2) c
 {
     const std::uint32_t segment = (p2 >> 20) & 0xF;
     const std::uint32_t length = config_.recordFrames == 0 ? 1 : config_.recordFrames;
+    if (memory_.made)
+        return kLiveCycle + static_cast<std::uint32_t>(recordedIndex(frame, segment) % length);
     return kLiveCycle + (segment * 1000 + frame - 1) % length;
+}
+
+// Where camera frame `frame` (its place in the segment's ring, from 1) of
+// segment `segment` (from 1; 0 when not segmented) lies in the recording,
+// from 0: the inverse of the numbering the recording was made with.
+std::uint64_t CameraModel::recordedIndex(std::uint32_t frame, std::uint32_t segment) const
+{
+    const std::uint32_t k = memory_.segmentLength, p = std::max(frame, 1u);
+    std::uint32_t r = p;
+    if (memory_.trigger == 0x06000000u) {
+        const std::uint32_t h = k >> 1, odd = k & 1;
+        r = p > h + odd ? p - h - odd : p + h;
+    } else if (memory_.trigger == 0x07000000u) {
+        const std::uint32_t s = memory_.offset % k;
+        r = p > s ? p - s : p + k - s;
+    } else {
+        return p - 1;
+    }
+    return std::uint64_t(segment > 0 ? segment - 1 : 0) * k + (r - 1);
 }
 
 void CameraModel::ensureCalibration()
@@ -347,23 +514,26 @@ void CameraModel::ensureCalibration()
         }
 }
 
-Answer CameraModel::imageFrame(std::uint32_t time)
+Answer CameraModel::imageFrame(std::uint32_t time, std::uint32_t resolution)
 {
     Answer a;
     a.imageData = true;
-    auto it = frames_.find(time);
+    const std::uint64_t key = std::uint64_t{resolution} << 32 | time;
+    auto it = frames_.find(key);
     if (it != frames_.end()) {
         a.bulk = it->second;
         return a;
     }
     ensureCalibration();
-    const std::uint32_t origin = areaOrigin();
+    const std::uint32_t origin = areaOrigin(resolution);
     const SensorModel sensor{config_.model == VCAM_K5C, &darkValues_, &gainCodes_, &defects_};
     std::vector<std::uint16_t> values =
-        renderRaw(sensor, origin >> 16, origin & 0xFFFF, resolution_ >> 16, resolution_ & 0xFFFF, time);
+        renderRaw(sensor, origin >> 16, origin & 0xFFFF, resolution >> 16, resolution & 0xFFFF, time);
     values.resize((values.size() + 3) & ~std::size_t{3}); // whole groups of four
     a.bulk = std::make_shared<const std::vector<std::uint8_t>>(packTenBit(values.data(), values.size()));
-    frames_[time] = a.bulk;
+    if (frames_.size() >= 4 * (kLiveCycle + std::max(config_.recordFrames, 1u)))
+        frames_.clear(); // frames of earlier picture sizes
+    frames_[key] = a.bulk;
     return a;
 }
 
@@ -374,9 +544,10 @@ Answer CameraModel::frameHeaders(std::uint32_t count)
         return a;
     auto bytes = std::make_shared<std::vector<std::uint8_t>>(std::size_t{count} * 400);
     auto *words = reinterpret_cast<std::uint32_t *>(bytes->data());
-    const std::uint32_t rate = registers_[0].p1;
+    const std::uint32_t rate = memory_.made ? memory_.rate : registers_[0].p1;
+    const ClockTime &start = memory_.made ? memory_.start : kRecordingStart;
     for (std::uint32_t k = 0; k < count; ++k)
-        writeHeader(words + std::size_t{k} * 100, headerFrame_ + k, rate, kRecordingStart);
+        writeHeader(words + std::size_t{k} * 100, headerFrame_ + k, rate, start);
     a.bulk = bytes;
     return a;
 }

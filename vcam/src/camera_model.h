@@ -1,8 +1,10 @@
 // What the virtual camera does with each command: its state and answers.
 #pragma once
 
+#include "frame_headers.h"
 #include "vcam/vcam.h"
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -21,6 +23,7 @@ struct Answer {
     bool imageData = false;            // bulk travels the image channel
     bool universalReply = false;       // answered with the universal code 177
     std::uint32_t blocksExpected = 0; // 1024-byte blocks the camera then waits for
+    bool refused = false;              // a setting the camera does not take: reply code 0
 };
 
 // Sensor geometry.
@@ -52,6 +55,11 @@ public:
     const VcamConfig &config() const { return config_; }
 
     std::uint32_t statusWord() const { return statusWord_; }
+
+    // The trigger input; true when a waiting camera started to record.
+    bool trigger();
+    // The recording's state (vcam_recording) and its frame counts.
+    int recording(std::uint32_t &recorded, std::uint32_t &length);
     std::uint32_t resolution() const { return resolution_; }
     // Look-up table data received (command 187), last upload first byte on.
     const std::vector<std::uint8_t> &lutUpload() const { return lutUpload_; }
@@ -64,12 +72,32 @@ public:
     };
 
 private:
+    using Clock = std::chrono::steady_clock;
+    enum class State { Idle, Waiting, Recording, Ended };
+
+    // What the memory holds: the factory recording until the first one made.
+    struct Memory {
+        bool made = false;
+        ClockTime start{};
+        std::uint32_t rate = 0, resolution = 0, length = 0;
+        std::uint32_t trigger = 0, offset = 0, segmentLength = 1; // the numbering it was made with
+    };
+
     Answer calibrationImage(std::uint32_t which);
-    Answer imageFrame(std::uint32_t time);
+    Answer imageFrame(std::uint32_t time, std::uint32_t resolution);
     Answer frameHeaders(std::uint32_t count);
     void ensureCalibration();
-    std::uint32_t areaOrigin() const;
+    std::uint32_t areaOrigin(std::uint32_t resolution) const;
     std::uint32_t recordedTime(std::uint32_t frame, std::uint32_t p2) const;
+    std::uint64_t recordedIndex(std::uint32_t frame, std::uint32_t segment) const;
+    bool inPlayback() const { return (statusWord_ & 0xFF000000u) == 0x04000000u; }
+    std::uint32_t playbackResolution() const { return memory_.made ? memory_.resolution : resolution_; }
+    bool timingAllows(std::uint32_t rate, std::uint32_t resolution) const;
+    void enterRecordingState();
+    void leaveRecordingState();
+    void startRecording(Clock::time_point at);
+    void advanceRecording();
+    std::uint32_t recordingLength() const;
     std::uint32_t readStatus();
     Register *registerFor(std::uint16_t code, bool set);
     std::uint32_t shutterColumn() const;
@@ -83,9 +111,9 @@ private:
     std::uint32_t settleLeft_ = 0;
     std::uint32_t resolution_ = 0x04000400;
     Bulk calibration_[2];
-    // Frames rendered so far for the present picture size, by time: live
-    // frames cycle through kLiveCycle times, recorded ones follow them.
-    std::map<std::uint32_t, Bulk> frames_;
+    // Frames rendered so far, by picture size << 32 | time: live frames
+    // cycle through kLiveCycle times, recorded ones follow them.
+    std::map<std::uint64_t, Bulk> frames_;
     std::uint32_t liveTick_ = 0;
     std::uint64_t headerFrame_ = 0; // recorded frame the next header read starts at
     std::vector<std::uint16_t> darkValues_, gainCodes_;
@@ -96,6 +124,10 @@ private:
     std::uint32_t interfaceRegisters_[3] = {0x11, 0x22, 0x33};
     std::vector<std::uint8_t> lutUpload_;
     std::uint32_t blocksReceived_ = 0;
+    State state_ = State::Idle;
+    Clock::time_point enteredAt_, triggeredAt_;
+    std::uint32_t recorded_ = 0;
+    Memory memory_;
 };
 
 } // namespace vcam

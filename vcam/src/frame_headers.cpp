@@ -19,6 +19,21 @@ std::uint32_t field(std::int32_t tenths, int shift, int signBit)
     return ten << shift | (tenths < 0 ? 1u << signBit : 0u);
 }
 
+ClockTime oneSecondEarlier(ClockTime t)
+{
+    if (t.second-- > 0)
+        return t;
+    t.second = 59;
+    if (t.minute-- > 0)
+        return t;
+    t.minute = 59;
+    if (t.hour-- > 0)
+        return t;
+    t.hour = 23;
+    t.day = t.day > 1 ? t.day - 1 : 366;
+    return t;
+}
+
 } // namespace
 
 ClockTime advance(const ClockTime &start, std::uint64_t microseconds)
@@ -57,9 +72,7 @@ void writeHeader(std::uint32_t *w, std::uint64_t index, std::uint32_t frameRate,
     }
     // The camera's clock fields stand one second behind the time they mean
     // (the reader adds the second back).
-    ClockTime behind = start;
-    behind.second -= 1; // the recording starts at a second of 1 or more
-    const ClockTime t = advance(behind, index * 1000000 / (frameRate == 0 ? 1 : frameRate));
+    const ClockTime t = oneSecondEarlier(advance(start, index * 1000000 / (frameRate == 0 ? 1 : frameRate)));
     const std::uint32_t encodedSecond = t.second;
     const std::uint32_t dayTens = t.day / 10, hourHalf = t.hour / 2;
     const std::uint32_t minuteUnits = t.minute % 10, extra = minuteUnits >= 8 ? 1 : 0;

@@ -150,6 +150,13 @@ std::uint16_t replyCode(VcamCamera &cam, std::uint16_t command)
     return it != cam.replyOverride.end() ? it->second : vcam::replyCodeFor(command);
 }
 
+// The reply code of an answer: the universal code, 0 for a refusal, else
+// the command's own.
+std::uint16_t answerCode(VcamCamera &cam, std::uint16_t command, const vcam::Answer &a)
+{
+    return a.universalReply ? std::uint16_t(177) : a.refused ? std::uint16_t(0) : replyCode(cam, command);
+}
+
 void queueFrame(VcamCamera &cam, const vcam::Frame &reply)
 {
     VcamCamera::Chunk c{};
@@ -185,7 +192,7 @@ void runCommand(VcamCamera &cam, const vcam::Frame &f)
     vcam::Answer a = cam.model.command(f.code, f.first, f.second);
     cam.blocksExpected = a.blocksExpected;
     if (a.replies)
-        queueFrame(cam, {a.universalReply ? std::uint16_t(177) : replyCode(cam, f.code), a.value1, a.value2});
+        queueFrame(cam, {answerCode(cam, f.code, a), a.value1, a.value2});
     if (a.bulk)
         deliverBulk(cam, a.bulk, a.imageData);
 }
@@ -354,8 +361,7 @@ std::int32_t linkTransact(std::uint32_t handle, const std::uint8_t *frame, std::
         vcam::Frame f = vcam::readFrame(4, frame);
         call.command(f);
         vcam::Answer a = cam.model.command(f.code, f.first, f.second);
-        vcam::writeFrame(4, {a.universalReply ? std::uint16_t(177) : replyCode(cam, f.code), a.value1, a.value2},
-                         reply);
+        vcam::writeFrame(4, {answerCode(cam, f.code, a), a.value1, a.value2}, reply);
         cam.outgoing.clear();
         // Data asked for without a data phase (frame headers, or an image
         // requested by a plain transaction, as a split memory transfer
@@ -387,7 +393,7 @@ std::int32_t linkTransactData(std::uint32_t handle, const std::uint8_t *frame, s
             return call.fail(VCAM_ERR_TIMEOUT); // the data phase never completes
         if (length != 0)
             vcam::deliverBytes(static_cast<std::uint8_t *>(data), a.bulk->data(), static_cast<std::size_t>(length));
-        vcam::writeFrame(4, {replyCode(cam, f.code), a.value1, a.value2}, reply);
+        vcam::writeFrame(4, {answerCode(cam, f.code, a), a.value1, a.value2}, reply);
         return call.succeed();
     });
 }
@@ -589,6 +595,29 @@ VCAM_API size_t vcam_lut_upload(const VcamCamera *cam, uint8_t *out, size_t max)
     if (out != nullptr)
         std::memcpy(out, data.data(), std::min(max, data.size()));
     return data.size();
+}
+
+VCAM_API int vcam_trigger(VcamCamera *cam)
+{
+    if (cam == nullptr)
+        return 0;
+    std::lock_guard<std::mutex> g(cam->lock);
+    return cam->model.trigger() ? 1 : 0;
+}
+
+VCAM_API int vcam_recording(const VcamCamera *cam, uint32_t *recorded, uint32_t *length)
+{
+    if (cam == nullptr)
+        return 0;
+    auto *c = const_cast<VcamCamera *>(cam);
+    std::lock_guard<std::mutex> g(c->lock);
+    std::uint32_t r = 0, n = 0;
+    const int state = c->model.recording(r, n);
+    if (recorded != nullptr)
+        *recorded = r;
+    if (length != nullptr)
+        *length = n;
+    return state;
 }
 
 VCAM_API uint32_t vcam_resolution(const VcamCamera *cam)

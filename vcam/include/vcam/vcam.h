@@ -44,6 +44,25 @@
  * and the flagged defect pixels saturated. Frames are rendered once and
  * then served as a copy.
  *
+ * Recording: commands 160 and 161 put the camera in a recording state
+ * (160 again, 162, or 114 take it out). There it waits for a trigger:
+ * vcam_trigger(), or its own after triggerDelayMs. Then it records in real
+ * time at the frame rate it is set to: the parameter of trigger code
+ * 0x03000000 (the host's 0x04000000) frames, segment length times segment
+ * count in the segmented codes 0x06000000 and 0x07000000, otherwise its
+ * whole memory (command 44). When the last frame is in, it stops as after
+ * command 162. Its memory then plays back that recording: picture size and
+ * frame rate (commands 19 and 22 in playback) as recorded, time codes from
+ * the host's clock at the trigger, advancing by the frame period, in the
+ * order of the recording whatever the segmented numbering. Until the first
+ * recording the memory holds one made at day 200, 23:59:58.5, at the
+ * present frame rate.
+ *
+ * With frameTimeLimits set, the camera refuses (reply code 0, which QUORIN
+ * reports as 203) a frame rate (command 118) or picture size (115) for
+ * which a frame would take longer than the frame period: it needs
+ * trunc((W / 32 + 7) * H / 2 + 150) + 5 ticks of its 63 MHz clock.
+ *
  * Each camera keeps a trace of every host call and of every command it
  * decoded, and injects faults on request.
  *
@@ -105,6 +124,8 @@ typedef struct VcamConfig {
     uint32_t defectCount;        /**< number of entries in defects */
     const uint32_t *defects;     /**< flagged pixels of calibration image B, (column << 16) | row;
                                       copied by vcam_create */
+    uint32_t frameTimeLimits;    /**< non-zero: refuse rates and sizes the frame-time model does not allow */
+    uint32_t triggerDelayMs;     /**< non-zero: trigger itself this long after entering a recording state */
 } VcamConfig;
 
 /** One host call seen by a camera. */
@@ -142,7 +163,8 @@ VCAM_API uint32_t vcam_resolution(const VcamCamera *cam);
 /** Fills cfg with a camera of the given model on the given link type:
  *  firmware 120, camera number 1, power mode 0, sensor kind 2, a colour
  *  matrix of 1.25 on the diagonal and 0.125 elsewhere, a table of modes,
- *  two status reads to settle after a recording, and no defect pixels. */
+ *  two status reads to settle after a recording, no defect pixels, no
+ *  frame-time limits and no trigger of its own. */
 VCAM_API void vcam_default_config(VcamConfig *cfg, uint32_t model, uint32_t linkType);
 
 /** Creates a camera; returns NULL when cfg is NULL or the host argument is taken. */
@@ -156,6 +178,18 @@ VCAM_API const InterfaceTable *vcam_interface(const VcamCamera *cam);
 VCAM_API uint32_t vcam_host_arg(const VcamCamera *cam);
 /** The camera's configuration. */
 VCAM_API void vcam_get_config(const VcamCamera *cam, VcamConfig *out);
+
+/* ---- Recording ---- */
+
+/** The trigger input: a camera waiting in a recording state starts to
+ *  record. Returns 1 when it did, 0 when the camera was not waiting. */
+VCAM_API int vcam_trigger(VcamCamera *cam);
+
+/** Where the present (or last) recording stands: writes the frames recorded
+ *  so far and the frames it will have, and returns 0 when no recording state
+ *  was entered yet, 1 while waiting for the trigger, 2 while recording, 3
+ *  when it has ended. */
+VCAM_API int vcam_recording(const VcamCamera *cam, uint32_t *recorded, uint32_t *length);
 
 /* ---- Trace ---- */
 
