@@ -6,8 +6,7 @@
 #include "camera_session.h"
 #include "cli_error.h"
 #include "commands.h"
-#include "names.h"
-#include "values.h"
+#include "settings.h"
 
 #include <CLI/CLI.hpp>
 
@@ -47,25 +46,6 @@ int fail(const std::string &message, int status)
 {
     std::fprintf(stderr, "quorin: %s\n", oneLine(message).c_str());
     return status;
-}
-
-struct Setting {
-    CapabilityName capability;
-    Value value;
-};
-
-// "name=value" settings of --set, checked against the name table.
-std::vector<Setting> checkSettings(const std::vector<std::string> &texts)
-{
-    std::vector<Setting> settings;
-    for (const std::string &t : texts) {
-        const std::size_t eq = t.find('=');
-        if (eq == std::string::npos)
-            throw UsageError("--set takes NAME=VALUE, not '" + t + "'");
-        CapabilityName cap = resolveCapability(t.substr(0, eq), kSet);
-        settings.push_back({cap, parseValue(cap.format, t.substr(eq + 1))});
-    }
-    return settings;
 }
 
 } // namespace
@@ -123,12 +103,11 @@ int main(int argc, char **argv)
         // is touched; the command's own checks last, as they may create
         // its output folder.
         const CameraChoice choice = checkCameraOptions(camera);
-        const std::vector<Setting> settings = checkSettings(settingTexts);
+        const std::vector<Setting> settings = checkSettings(settingTexts, "--set");
         command->check();
 
         CameraSession session(choice);
-        for (const Setting &s : settings)
-            session.set(s.capability.id, s.value.value, s.capability.name, s.capability.subIndex, s.value.value2);
+        applySettings(session, settings);
         const int status = command->run(session);
         session.close();
         return status;
