@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace quorin::cli {
 
@@ -20,6 +21,9 @@ struct Command {
     std::function<void()> check;
     // Runs on the open camera; returns the exit status.
     std::function<int(CameraSession &)> run;
+    // Set instead of run by a command that opens the camera itself (view,
+    // through the GStreamer element); returns the exit status.
+    std::function<int()> runOwnCamera;
 };
 
 Command addInfoCommand(CLI::App &parent);
@@ -31,6 +35,9 @@ Command addDownloadCommand(CLI::App &parent);
 Command addLutCommand(CLI::App &parent);
 Command addDefectsCommand(CLI::App &parent);
 Command addFlatfieldCommand(CLI::App &parent);
+// The live view opens the camera the camera options and the --set settings
+// name, once they are parsed.
+Command addViewCommand(CLI::App &parent, const CameraOptions &camera, const std::vector<std::string> &settings);
 
 // ---- Shared by the image commands ----------------------------------------
 

@@ -71,6 +71,7 @@ int main(int argc, char **argv)
         addInfoCommand(app),     addGetCommand(app),  addSetCommand(app),
         addListCommand(app),     addGrabCommand(app), addDownloadCommand(app),
         addLutCommand(app),      addDefectsCommand(app), addFlatfieldCommand(app),
+        addViewCommand(app, camera, settingTexts),
     };
 
     for (const Command &c : commands)
@@ -97,14 +98,16 @@ int main(int argc, char **argv)
             throw UsageError((command == nullptr ? "unknown sub-command '" : "unexpected argument '") + extras[0] +
                              "' (see quorin --help)");
         if (command == nullptr)
-            throw UsageError("a sub-command is required: info, get, set, list, grab, download, lut, defects or "
-                             "flatfield (see quorin --help)");
+            throw UsageError("a sub-command is required: info, get, set, list, grab, download, lut, defects, "
+                             "flatfield or view (see quorin --help)");
         // Everything the command line says is checked before the camera
         // is touched; the command's own checks last, as they may create
         // its output folder.
         const CameraChoice choice = checkCameraOptions(camera);
         const std::vector<Setting> settings = checkSettings(settingTexts, "--set");
         command->check();
+        if (command->runOwnCamera)
+            return command->runOwnCamera();
 
         CameraSession session(choice);
         applySettings(session, settings);
