@@ -1,9 +1,6 @@
-/*
- * A link driver for the element's tests: one virtual K5 on link type 7
- * that answers host argument 0x2A07. A test that loads the same file
- * reaches the camera through quorin_gst_test_camera(), for its trace and
- * its faults, while the element drives it as camera=driver:PATH.
- */
+/* A link driver for the element's tests: one virtual K5 on link type 7 at
+ * host argument 0x2A07, whose trace and faults a test that loads the same
+ * file reaches through quorin_gst_test_camera(). */
 #include "quorin/quorin.h"
 #include "vcam/vcam.h"
 
