@@ -3,7 +3,7 @@
 # virtual camera on each link type.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/ensure-packages.sh cmake ninja-build g++ libgomp1 libpng-dev libtiff-dev libcli11-dev libhdf5-dev pkg-config
+scripts/ensure-packages.sh cmake ninja-build g++ libpng-dev libtiff-dev libcli11-dev libhdf5-dev pkg-config
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORIN_BUILD_TESTS=OFF >/dev/null
 cmake --build build --target quorin_example
 mkdir -p build/example-output

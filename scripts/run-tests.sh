@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the Linux build, an AddressSanitizer +
-# UndefinedBehaviorSanitizer build, and the Windows DLL under Wine.
+# Builds and runs every test: the Linux build (with the tool, the Python
+# binding, the GStreamer element and its pipelines under Xvfb), an
+# AddressSanitizer + UndefinedBehaviorSanitizer build, a ThreadSanitizer
+# build, and the Windows DLL under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/ensure-packages.sh cmake ninja-build g++ libgomp1 googletest libgtest-dev \
+scripts/ensure-packages.sh cmake ninja-build g++ googletest libgtest-dev \
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 \
-  libpng-dev libtiff-dev libcli11-dev libhdf5-dev pkg-config python3 python3-numpy python3-pytest python3-h5py
+  libpng-dev libtiff-dev libcli11-dev libhdf5-dev pkg-config python3 python3-numpy python3-pytest python3-h5py \
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base \
+  gstreamer1.0-plugins-good gstreamer1.0-x python3-gi gir1.2-gstreamer-1.0 gir1.2-gst-plugins-base-1.0 \
+  xvfb x11-apps imagemagick
 
 jobs=$(nproc)
 passed=0

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the build into a fresh prefix and builds a small host against it
 # twice, with find_package(Quorin) and with pkg-config, then runs both. Also
-# checks the SONAME, the tool and the Python binding of the installed tree.
+# checks the SONAME, the tool, the Python binding and the GStreamer plugin of
+# the installed tree.
 # Arguments: build folder, source folder, C compiler, 1 when the build has
 # the tool.
 set -euo pipefail
@@ -46,5 +47,15 @@ with quorin.open(virtual="k5") as cam:
     frame = cam.grab()
     assert frame.ndim == 2 and frame.any(), frame.shape
 print("python", frame.shape)'
+fi
+# The GStreamer plugin loads from the prefix's plugin folder and finds the
+# installed libraries on its own.
+plugin=$(find "$prefix" -name libgstquorin.so | head -n 1)
+if [ -f "$build/gstreamer-1.0/libgstquorin.so" ]; then
+  [ -n "$plugin" ] || { echo "libgstquorin.so not installed"; exit 1; }
+  export GST_PLUGIN_PATH=$(dirname "$plugin") GST_REGISTRY=$work/gst-registry.bin
+  inspected=$(gst-inspect-1.0 quorinsrc)
+  grep -q "Filename *$plugin" <<<"$inspected" || { echo "quorinsrc not found in $plugin"; exit 1; }
+  gst-launch-1.0 -q quorinsrc camera=virtual:k5 link=7 num-buffers=2 ! fakesink
 fi
 echo "install check passed"

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <mutex>
 #include <unistd.h>
 
 namespace quorin::cli {
@@ -18,6 +19,13 @@ constexpr const char kDriverPrefix[] = "driver:";
 // The function a link driver exports.
 constexpr const char kDriverEntry[] = "quorin_interface";
 using DriverEntry = const InterfaceTable *(*)();
+
+// Several sessions may live in one process (a GStreamer pipeline with two
+// cameras). DEV_Init clears every open device and DEV_Exit ends them all,
+// so the library is initialised by the first session and ended by the
+// last; cameras are opened and closed one at a time, as it requires.
+std::mutex g_libraryMutex;
+unsigned g_librarySessions = 0;
 
 bool startsWith(const std::string &s, const char *prefix)
 {
@@ -66,8 +74,10 @@ CameraChoice checkCameraOptions(const CameraOptions &options)
 
 CameraSession::CameraSession(const CameraChoice &choice)
 {
+    std::lock_guard<std::mutex> lock(g_libraryMutex);
     std::int32_t err = 0;
-    DEV_Init(&err);
+    if (g_librarySessions++ == 0)
+        DEV_Init(&err);
     initialised_ = true;
 
     const InterfaceTable *table = nullptr;
@@ -82,7 +92,7 @@ CameraSession::CameraSession(const CameraChoice &choice)
         cfg.frameTimeLimits = 1;
         virtual_ = vcam_create(&cfg);
         if (virtual_ == nullptr) {
-            release();
+            releaseLocked();
             throw CliError("could not create the virtual camera");
         }
         table = vcam_interface(virtual_);
@@ -91,17 +101,17 @@ CameraSession::CameraSession(const CameraChoice &choice)
         driver_ = dlopen(choice.driverPath.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (driver_ == nullptr) {
             std::string why = dlerror();
-            release();
+            releaseLocked();
             throw CliError("could not load link driver: " + why);
         }
         auto entry = reinterpret_cast<DriverEntry>(dlsym(driver_, kDriverEntry));
         if (entry == nullptr) {
-            release();
+            releaseLocked();
             throw CliError("link driver '" + choice.driverPath + "' does not export " + kDriverEntry + "()");
         }
         table = entry();
         if (table == nullptr) {
-            release();
+            releaseLocked();
             throw CliError("link driver '" + choice.driverPath + "' returned no interface table");
         }
     }
@@ -109,7 +119,7 @@ CameraSession::CameraSession(const CameraChoice &choice)
     std::uint32_t device = QUORIN_MAX_DEVICES;
     std::int32_t ok = DEV_OpenDevice(table->type, table, hostArg, &device, &err);
     if (!ok) {
-        release();
+        releaseLocked();
         throw CliError("could not open the camera: " + describeError(err));
     }
     device_ = device;
@@ -117,7 +127,7 @@ CameraSession::CameraSession(const CameraChoice &choice)
     // The open succeeds even when the camera's start-up failed; such a
     // camera is not usable.
     if (err != QUORIN_SUCCESS) {
-        release();
+        releaseLocked();
         throw CliError("the camera did not start: " + describeError(err));
     }
     readKeptSettings();
@@ -149,11 +159,17 @@ CameraSession::~CameraSession()
 
 void CameraSession::release() noexcept
 {
+    std::lock_guard<std::mutex> lock(g_libraryMutex);
+    releaseLocked();
+}
+
+void CameraSession::releaseLocked() noexcept
+{
     std::int32_t err = 0;
     if (open_)
         DEV_CloseDevice(device_, &err);
     open_ = false;
-    if (initialised_)
+    if (initialised_ && --g_librarySessions == 0)
         DEV_Exit(&err);
     initialised_ = false;
     if (virtual_ != nullptr)
@@ -165,16 +181,17 @@ void CameraSession::release() noexcept
 
 void CameraSession::close()
 {
+    std::lock_guard<std::mutex> lock(g_libraryMutex);
     std::int32_t err = 0;
     if (open_) {
         open_ = false;
         std::int32_t ok = DEV_CloseDevice(device_, &err);
         if (!ok) {
-            release();
+            releaseLocked();
             throw CliError("could not close the camera: " + describeError(err));
         }
     }
-    release();
+    releaseLocked();
 }
 
 void CameraSession::check(std::int32_t ok, const std::int32_t &err, const std::string &what)

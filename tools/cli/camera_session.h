@@ -89,6 +89,7 @@ public:
 
 private:
     void release() noexcept;
+    void releaseLocked() noexcept; // with the library's lock held
     void readKeptSettings() noexcept;
 
     void *driver_ = nullptr;      // dlopen handle of a link driver

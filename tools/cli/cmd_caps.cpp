@@ -3,6 +3,7 @@
 #include "commands.h"
 
 #include "names.h"
+#include "settings.h"
 #include "values.h"
 
 #include <cstdio>

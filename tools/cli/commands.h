@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace quorin::cli {
 
@@ -20,6 +21,9 @@ struct Command {
     std::function<void()> check;
     // Runs on the open camera; returns the exit status.
     std::function<int(CameraSession &)> run;
+    // Set instead of run by a command that opens the camera itself (view,
+    // through the GStreamer element); returns the exit status.
+    std::function<int()> runOwnCamera;
 };
 
 Command addInfoCommand(CLI::App &parent);
@@ -32,6 +36,9 @@ Command addLutCommand(CLI::App &parent);
 Command addDefectsCommand(CLI::App &parent);
 Command addFlatfieldCommand(CLI::App &parent);
 Command addRecordCommand(CLI::App &parent);
+// The live view opens the camera the camera options and the --set settings
+// name, once they are parsed.
+Command addViewCommand(CLI::App &parent, const CameraOptions &camera, const std::vector<std::string> &settings);
 
 // "1 frame", "2 frames".
 std::string counted(std::uint64_t n, const std::string &singular, const std::string &plural = "");
@@ -39,11 +46,6 @@ std::string counted(std::uint64_t n, const std::string &singular, const std::str
 // Runs body, then returns the camera to live mode whatever happened. A
 // failure of body is raised again, saying whether the camera got back.
 void thenLive(CameraSession &camera, const std::function<void()> &body);
-
-// CameraSession::set, and when the camera refuses a frame rate or picture
-// size, the failure says what its frame-time model allows.
-void setExplained(CameraSession &camera, std::uint32_t id, std::uint32_t value, const std::string &what,
-                  std::uint32_t subIndex = 0, std::uint32_t value2 = 0);
 
 // A JSON string literal.
 std::string jsonText(const std::string &text);

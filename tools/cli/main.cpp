@@ -7,8 +7,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "interrupt.h"
-#include "names.h"
-#include "values.h"
+#include "settings.h"
 
 #include <CLI/CLI.hpp>
 
@@ -52,25 +51,6 @@ int fail(const std::string &message, int status)
     return status;
 }
 
-struct Setting {
-    CapabilityName capability;
-    Value value;
-};
-
-// "name=value" settings of --set, checked against the name table.
-std::vector<Setting> checkSettings(const std::vector<std::string> &texts)
-{
-    std::vector<Setting> settings;
-    for (const std::string &t : texts) {
-        const std::size_t eq = t.find('=');
-        if (eq == std::string::npos)
-            throw UsageError("--set takes NAME=VALUE, not '" + t + "'");
-        CapabilityName cap = resolveCapability(t.substr(0, eq), kSet);
-        settings.push_back({cap, parseValue(cap.format, t.substr(eq + 1))});
-    }
-    return settings;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -96,7 +76,7 @@ int main(int argc, char **argv)
         addInfoCommand(app),     addGetCommand(app),  addSetCommand(app),
         addListCommand(app),     addGrabCommand(app), addDownloadCommand(app),
         addLutCommand(app),      addDefectsCommand(app), addFlatfieldCommand(app),
-        addRecordCommand(app),
+        addRecordCommand(app),   addViewCommand(app, camera, settingTexts),
     };
 
     for (const Command &c : commands)
@@ -124,13 +104,15 @@ int main(int argc, char **argv)
                              "' (see quorin --help)");
         if (command == nullptr)
             throw UsageError("a sub-command is required: info, get, set, list, grab, record, download, lut, "
-                             "defects or flatfield (see quorin --help)");
+                             "defects, flatfield or view (see quorin --help)");
         // Everything the command line says is checked before the camera
         // is touched; the command's own checks last, as they may create
         // its output folder.
         const CameraChoice choice = checkCameraOptions(camera);
-        const std::vector<Setting> settings = checkSettings(settingTexts);
+        const std::vector<Setting> settings = checkSettings(settingTexts, "--set");
         command->check();
+        if (command->runOwnCamera)
+            return command->runOwnCamera();
 
         // Ctrl-C from here on lets the command end at a safe point, with
         // the camera back in live mode and closed.
@@ -140,9 +122,7 @@ int main(int argc, char **argv)
             session.close();
             return fail("interrupted while the camera was opened; nothing was done", kExitInterrupted);
         }
-        for (const Setting &s : settings)
-            setExplained(session, s.capability.id, s.value.value, s.capability.name, s.capability.subIndex,
-                         s.value.value2);
+        applySettings(session, settings);
         const int status = command->run(session);
         session.close();
         return status;
