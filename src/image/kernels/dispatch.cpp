@@ -82,6 +82,11 @@ Level setActive(Level level)
 
 namespace quorin::image::vec {
 
+bool sse2Active()
+{
+    return simd::active() == simd::Level::Sse2;
+}
+
 bool avx2Active()
 {
     return simd::active() >= simd::Level::Avx2;

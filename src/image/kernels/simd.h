@@ -27,6 +27,9 @@ const char *name(Level level);
 
 namespace quorin::image::vec {
 
+// The active level is SSE2 exactly (the levels above have kernels of
+// their own).
+bool sse2Active();
 // The active level runs the AVX2 kernels.
 bool avx2Active();
 // The active level is AVX-512.

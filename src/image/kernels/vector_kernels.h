@@ -141,6 +141,10 @@ std::size_t smoothGreenAvx2(const std::uint16_t *above, const std::uint16_t *her
 // pixels; returns the number of pixels done (the caller finishes the rest).
 std::size_t matrixTriples8Avx2(const RowHalves &rows, bool split, std::size_t n, const std::int16_t matrix[9],
                                const OutputTable *const tables[3], const unsigned slot[3], std::uint8_t *out);
+// The same with SSE2 (the x86-64 baseline), over blocks of 16 pixels while
+// two more pixels follow (its stores reach four bytes beyond a block).
+std::size_t matrixTriples8Sse2(const RowHalves &rows, bool split, std::size_t n, const std::int16_t matrix[9],
+                               const OutputTable *const tables[3], const unsigned slot[3], std::uint8_t *out);
 
 // The colour matrix (matrix null: none) and the 16-bit look-up (tables
 // widened to 32 bits; null: the identity) of a row of n pixels of values
@@ -149,10 +153,9 @@ std::size_t matrixTriples8Avx2(const RowHalves &rows, bool split, std::size_t n,
 // the number of pixels done.
 std::size_t finishTriples16Avx2(const RowHalves &rows, bool split, std::size_t n, const std::int16_t *matrix,
                                 const std::uint32_t *const tables[3], const unsigned slot[3], std::uint16_t *out);
-// returns the number of pixels done (the caller finishes the rest).
-std::size_t matrixTriples8Avx2(const std::uint16_t *r, const std::uint16_t *g, const std::uint16_t *b, std::size_t n,
-                               const std::int16_t matrix[9], const OutputTable *const tables[3],
-                               const unsigned slot[3], std::uint8_t *out);
+// The same with SSE2, over blocks of 8 pixels while two more follow.
+std::size_t finishTriples16Sse2(const RowHalves &rows, bool split, std::size_t n, const std::int16_t *matrix,
+                                const std::uint32_t *const tables[3], const unsigned slot[3], std::uint16_t *out);
 
 // Split rows: the planes of the fast 8-bit colour path on AVX-512 keep each
 // row as its even columns followed by its odd ones (column x of a row of

@@ -37,6 +37,7 @@ struct State {
     std::atomic<uint32_t> generation{0}; // counts opened jobs, for spinning helpers
     bool stopping = false;
     std::atomic<uint32_t> size{0};     // 0: the default
+    std::atomic<uint32_t> running{0};  // jobs of several threads being run
 };
 
 // The team lives until the library is unloaded (see stopAtUnload), not
@@ -185,6 +186,17 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
         return;
     }
     State &s = state();
+    // Transfers on several host threads at once share the team: each runs
+    // on its part of the threads, and on its own thread alone when there
+    // are as many transfers as threads. A thread of the team that one of
+    // them would wait for is a core the others lack.
+    const uint32_t running = s.running.fetch_add(1, std::memory_order_acq_rel) + 1;
+    threads = std::min(threads, std::max<uint32_t>(size() / running, 1));
+    if (threads <= 1) {
+        call(context, 0);
+        s.running.fetch_sub(1, std::memory_order_acq_rel);
+        return;
+    }
     Job job{call, context, threads};
     {
         std::lock_guard<std::mutex> guard(s.lock);
@@ -203,6 +215,7 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
     for (uint32_t spins = 0; job.inside.load(std::memory_order_acquire) != 0; ++spins)
         if (spins > 64)
             std::this_thread::yield();
+    s.running.fetch_sub(1, std::memory_order_acq_rel);
 }
 
 } // namespace quorin::image::team

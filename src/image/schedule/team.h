@@ -33,7 +33,8 @@ void stop();
 void stopAtUnload();
 
 // Runs call(context, slot) on the calling thread (slot 0) and on up to
-// threads - 1 helpers that are free (slots 1, 2, ... in the order they
+// threads - 1 helpers (while n jobs run at once, up to size() / n threads
+// each) that are free (slots 1, 2, ... in the order they
 // join); returns once the caller's call and every call a helper joined
 // with have returned. The calls share their work through counters such as
 // Chunks: a helper that joins late finds less of it, or none.

@@ -69,7 +69,9 @@ PlanarFinish::PlanarFinish(const ColourJob &job, std::uint8_t *dest)
     // The vector kernels serve without the matrix too, with the identity
     // (which leaves values below 1024 as they are).
     matrixNarrow_ = tableOutput_ && job.narrow && (fits || !f_.matrixOn);
-    avx2Narrow_ = !tableOutput_ && vec::avx2Active() && job.narrow && (fits || !f_.matrixOn);
+    const bool narrow = !tableOutput_ && job.narrow && (fits || !f_.matrixOn);
+    avx2Narrow_ = narrow && vec::avx2Active();
+    sse2Narrow_ = narrow && vec::sse2Active();
     if (!f_.matrixOn)
         for (int k = 0; k < 9; ++k)
             narrowMatrix_[k] = k % 4 == 0 ? 256 : 0;
@@ -89,12 +91,13 @@ void PlanarFinish::row(const ColourJob &job, uint32_t y) const
         return;
     }
     size_t done = 0;
-    if (avx2Narrow_) {
+    if (avx2Narrow_ || sse2Narrow_) {
         const uint16_t *rows[3][2];
         for (unsigned c = 0; c < 3; ++c)
             for (unsigned h = 0; h < 2; ++h)
                 rows[c][h] = job.rowHalf(c, y, h);
-        done = vec::matrixTriples8Avx2(rows, job.p.half != 0, w, narrowMatrix_, tables, slot_, dest_ + 3 * row);
+        const auto kernel = avx2Narrow_ ? vec::matrixTriples8Avx2 : vec::matrixTriples8Sse2;
+        done = kernel(rows, job.p.half != 0, w, narrowMatrix_, tables, slot_, dest_ + 3 * row);
     }
     uint16_t values[3][kBlock];
     for (size_t x0 = done; x0 < w; x0 += kBlock) {

@@ -41,6 +41,7 @@ private:
     bool tableOutput_;
     bool matrixNarrow_;
     bool avx2Narrow_;
+    bool sse2Narrow_;
     std::int16_t narrowMatrix_[9];
     MatrixBlockKernel matrix_;
 };

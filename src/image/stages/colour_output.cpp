@@ -89,8 +89,10 @@ ColourOutput::ColourOutput(const ColourJob &job, bool sixteenBit, void *dest)
         for (uint32_t i = 0; i < 1024; ++i)
             largest = std::max<uint32_t>(largest, f_.lut[c][i]);
     vectorEdge_ = vec::avx512Active() && largest <= kMaxValue;
-    avx2Finish_ = !vec::avx512Active() && vec::avx2Active() && job.narrow && (fits || !f_.matrixOn);
-    if (!(vectorFinish_ || avx2Finish_) || !(sixteenBit || cache_))
+    const bool narrow = job.narrow && (fits || !f_.matrixOn);
+    avx2Finish_ = !vec::avx512Active() && vec::avx2Active() && narrow;
+    sse2Finish_ = vec::sse2Active() && narrow;
+    if (!(vectorFinish_ || avx2Finish_ || sse2Finish_) || !(sixteenBit || cache_))
         return;
     for (unsigned c = 0; c < 3; ++c) {
         const Table16 &table = tables_[c].emplace(f_.lut[c]);
@@ -178,13 +180,14 @@ void ColourOutput::finished(const ColourJob &job, uint32_t y, Thread &t) const
         if (sixteenBit_ || cache_) {
             uint16_t *out16 = sixteenBit_ ? dest16_ + 3 * row : f_.cache + 3 * row;
             size_t done = 0;
-            if (avx2Finish_) {
+            if (avx2Finish_ || sse2Finish_) {
                 const uint16_t *rows[3][2];
                 for (unsigned c = 0; c < 3; ++c)
                     for (unsigned h = 0; h < 2; ++h)
                         rows[c][h] = job.rowHalf(c, y, h);
-                done = vec::finishTriples16Avx2(rows, job.p.half != 0, w, f_.matrixOn ? narrowMatrix_ : nullptr,
-                                                gatherTables_, slot_, out16);
+                const auto kernel = avx2Finish_ ? vec::finishTriples16Avx2 : vec::finishTriples16Sse2;
+                done = kernel(rows, job.p.half != 0, w, f_.matrixOn ? narrowMatrix_ : nullptr, gatherTables_, slot_,
+                              out16);
             }
             if (done < w) {
                 uint16_t *values[3] = {t.values[0][0], t.values[0][1], t.values[0][2]};

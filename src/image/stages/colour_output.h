@@ -59,6 +59,7 @@ private:
     // coefficients (or none): the tables widened, the identity left out.
     bool vectorFinish_ = false;
     bool avx2Finish_ = false; // the AVX2 kernel serves the same values
+    bool sse2Finish_ = false; // and the SSE2 one
     // The AVX-512 edge kernels serve tables whose values stay below 1024.
     bool vectorEdge_ = false;
     std::int16_t narrowMatrix_[9];
