@@ -44,14 +44,19 @@ struct InterleaveShuffles {
 };
 constexpr InterleaveShuffles kShuffles;
 
-QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline void storeTriples16(const __m128i bySlot[3], std::uint8_t *out)
+// Three planes of 32 bytes (in slot order; pixels 0 .. 15 in the low
+// 128-bit lane, 16 .. 31 in the high one) interleaved into 96 bytes of
+// triples at out, both lanes shuffled at once.
+QUORIN_TARGET_AVX2 QUORIN_ALWAYS_INLINE inline void storeTriples32(const __m256i bySlot[3], std::uint8_t *out)
 {
     for (unsigned j = 0; j < 3; ++j) {
-        __m128i v = _mm_setzero_si128();
+        __m256i v = _mm256_setzero_si256();
         for (unsigned plane = 0; plane < 3; ++plane)
-            v = _mm_or_si128(v, _mm_shuffle_epi8(bySlot[plane], _mm_loadu_si128(reinterpret_cast<const __m128i *>(
-                                                                     kShuffles.mask[j][plane]))));
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 16 * j), v);
+            v = _mm256_or_si256(v, _mm256_shuffle_epi8(bySlot[plane],
+                                                       _mm256_broadcastsi128_si256(_mm_loadu_si128(
+                                                           reinterpret_cast<const __m128i *>(kShuffles.mask[j][plane])))));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 16 * j), _mm256_castsi256_si128(v));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 48 + 16 * j), _mm256_extracti128_si256(v, 1));
     }
 }
 

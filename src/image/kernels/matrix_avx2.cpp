@@ -30,24 +30,16 @@ matrixTriplesAvx2Loop(const RowHalves &rows, bool split, std::size_t n, const st
             for (unsigned c = 0; c < 3; ++c)
                 channel[c][h] = mixed[c];
         }
-        __m128i bytes[3][2]; // pixels k .. k + 15, k + 16 .. k + 31
-        for (unsigned c = 0; c < 3; ++c) {
-            if (straight[c]) {
-                const __m256i packed = _mm256_permute4x64_epi64(
-                    _mm256_packus_epi16(_mm256_srl_epi16(channel[c][0], counts[c]),
-                                        _mm256_srl_epi16(channel[c][1], counts[c])),
-                    0xD8);
-                bytes[c][0] = _mm256_castsi256_si128(packed);
-                bytes[c][1] = _mm256_extracti128_si256(packed, 1);
-            } else {
-                bytes[c][0] = lookUp16(channel[c][0], *tables[c]);
-                bytes[c][1] = lookUp16(channel[c][1], *tables[c]);
-            }
-        }
-        for (unsigned h = 0; h < 2; ++h) {
-            const __m128i bySlot[3] = {bytes[BlueFirst ? 2 : 0][h], bytes[1][h], bytes[BlueFirst ? 0 : 2][h]};
-            storeTriples16(bySlot, out + 3 * (k + 16 * h));
-        }
+        __m256i bytes[3]; // pixels k .. k + 15 in the low lane, k + 16 .. k + 31 in the high one
+        for (unsigned c = 0; c < 3; ++c)
+            bytes[c] = straight[c] ? _mm256_permute4x64_epi64(
+                                         _mm256_packus_epi16(_mm256_srl_epi16(channel[c][0], counts[c]),
+                                                             _mm256_srl_epi16(channel[c][1], counts[c])),
+                                         0xD8)
+                                   : _mm256_set_m128i(lookUp16(channel[c][1], *tables[c]),
+                                                      lookUp16(channel[c][0], *tables[c]));
+        const __m256i bySlot[3] = {bytes[BlueFirst ? 2 : 0], bytes[1], bytes[BlueFirst ? 0 : 2]};
+        storeTriples32(bySlot, out + 3 * k);
     }
     return k;
 }
