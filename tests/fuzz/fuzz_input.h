@@ -76,6 +76,7 @@ struct ExportBuffers {
     std::vector<std::uint8_t> image = std::vector<std::uint8_t>(1024 * 1024 * 6);
     std::vector<std::uint8_t> data = std::vector<std::uint8_t>(1024 * 1024 * 2);
     std::uint32_t list[QUORIN_MAX_LIST_ENTRIES] = {};
+    std::uint32_t value[64] = {}, value2[128] = {}; // id 39 writes 64 elements and 512 bytes
     char name[256] = {};
 };
 
@@ -93,13 +94,13 @@ inline void runExports(FuzzInput &in, std::uint32_t dev, int count)
     static ExportBuffers b;
     for (int i = 0; i < count && !in.empty(); ++i) {
         std::int32_t err = 0;
-        std::uint32_t v = 0, v2 = 0, n = 0;
+        std::uint32_t v = 0, n = 0;
         const std::uint8_t op = in.byte();
         const std::uint32_t id = (op & 0x80) ? in.word() : in.byte();
         const std::uint32_t sub = fuzzValue(in);
         switch (op % 13) {
         case 0:
-            DEV_GetDeviceCaps(dev, 0, id, sub, orNull(in, &v), orNull(in, &v2), orNull(in, &err));
+            DEV_GetDeviceCaps(dev, 0, id, sub, orNull(in, b.value), orNull(in, b.value2), orNull(in, &err));
             break;
         case 1:
             v = fuzzValue(in);

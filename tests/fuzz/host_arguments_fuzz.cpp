@@ -33,6 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::int32_t err = 0;
     if (DEV_OpenDevice(t->type, t, vcam_host_arg(cam), &dev, &err) != 1 || err != QUORIN_SUCCESS)
         std::abort(); // the virtual camera always opens
+    // A small picture keeps runs short; the input may set any other.
+    DEV_SetDeviceCaps(dev, 0, QUORIN_CAP_RESOLUTION, 0, 64u << 16 | 32, 0, &err);
     runExports(in, dev, kOperationsPerRun);
     if (DEV_CloseDevice(dev, &err) != 1)
         std::abort();
