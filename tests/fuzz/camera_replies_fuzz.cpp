@@ -2,8 +2,9 @@
 // functions take every answer from the input - reply frames (mostly with
 // the proper reply code, so that opens get far), failed and short reads,
 // block data, the type-3 transfer values and the type-4 data phases - on
-// the link type the first byte chooses. The rest of the input picks the
-// exports run between the open and the close.
+// the link type the first byte chooses. The end of the input picks the
+// exports run between the open and the close; when the answers run out the
+// camera answers properly with zeros.
 #include "fuzz_input.h"
 
 #include "quorin/quorin.h"
@@ -145,14 +146,19 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    g_in = FuzzInput{data, size};
+    // The link type, then the answers from the front and the exports from
+    // the back: a short input opens a camera and runs exports on it.
+    FuzzInput in{data, size};
+    g_type = kLinkTypes[in.byte() & 3];
+    const std::size_t opsLength = std::min(in.size, std::size_t{in.byte()} * 4);
+    FuzzInput ops{in.data + in.size - opsLength, opsLength};
+    g_in = FuzzInput{in.data, in.size - opsLength};
     g_armed = nullptr;
-    g_type = kLinkTypes[g_in.byte() & 3];
     const InterfaceTable t = table(g_type);
     std::uint32_t dev = 0;
     std::int32_t err = 0;
     if (DEV_OpenDevice(g_type, &t, 1, &dev, &err) == 1) {
-        runExports(g_in, dev, kOperationsPerRun);
+        runExports(ops, dev, kOperationsPerRun);
         DEV_CloseDevice(dev, &err);
     }
     return 0;
