@@ -2,7 +2,8 @@
 # Builds and runs every test: the Linux build (with the tool, the Python
 # binding, the GStreamer element and its pipelines under Xvfb), an
 # AddressSanitizer + UndefinedBehaviorSanitizer build, a ThreadSanitizer
-# build, and the Windows DLL under Wine.
+# build, the fuzz targets for a bounded time each,
+# and the Windows DLL under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/ensure-packages.sh cmake ninja-build g++ googletest libgtest-dev \
@@ -10,7 +11,7 @@ scripts/ensure-packages.sh cmake ninja-build g++ googletest libgtest-dev \
   libpng-dev libtiff-dev libcli11-dev libhdf5-dev pkg-config python3 python3-numpy python3-pytest python3-h5py \
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base \
   gstreamer1.0-plugins-good gstreamer1.0-x python3-gi gir1.2-gstreamer-1.0 gir1.2-gst-plugins-base-1.0 \
-  xvfb x11-apps imagemagick
+  xvfb x11-apps imagemagick clang libclang-rt-14-dev
 
 jobs=$(nproc)
 passed=0
@@ -43,6 +44,10 @@ run_suite "Linux" build -DCMAKE_BUILD_TYPE=Release
 run_suite "Linux, AddressSanitizer + UndefinedBehaviorSanitizer" build-asan \
   -DCMAKE_BUILD_TYPE=Debug -DQUORIN_SANITIZE=ON
 run_suite "Linux, ThreadSanitizer" build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORIN_TSAN=ON
+
+# The fuzz targets, each for a bounded time on its corpus (clang).
+run_suite "Fuzz targets" build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
+  -DCMAKE_CXX_COMPILER=clang++ -DQUORIN_FUZZ=ON -DQUORIN_BUILD_TESTS=OFF -DQUORIN_BUILD_GST=OFF
 
 # Wine keeps its own prefix inside the build tree and stays quiet.
 export WINEPREFIX="$PWD/build-win/wineprefix" WINEDEBUG=-all

@@ -224,7 +224,7 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
     // 11. Calibration image B: defects and the camera's gain table.
     if (!readCalibrationImage(deviceNo, 1, err))
         return 0;
-    auto *image = static_cast<std::uint16_t *>(std::malloc(kSensorValues * sizeof(std::uint16_t)));
+    auto *image = static_cast<std::uint16_t *>(platform::blockAlloc(kSensorValues * sizeof(std::uint16_t)));
     if (image == nullptr) {
         *err = QUORIN_ERR_NO_MEMORY;
         return 0;
@@ -234,7 +234,7 @@ std::uint32_t runStartup(std::uint32_t deviceNo, std::int32_t *err)
     std::uint16_t *gainA = buffers.gainTableA[deviceNo];
     for (std::uint32_t i = 0; i < kSensorValues; ++i)
         gainA[i] = static_cast<std::uint16_t>((image[i] & 511) * 4);
-    std::free(image);
+    platform::blockFree(image);
     if (rec.interfaceCode == 4) {
         if (rec.channelSettings[0].resolution == 0)
             rec.channelSettings[0].resolution = kFullSensor;

@@ -109,7 +109,7 @@ std::uint32_t sendCommandWithData(std::uint32_t deviceNo, const CameraCommand *c
         return 0;
     }
     const std::uint32_t total = headerLength + payloadLength;
-    auto *buffer = static_cast<std::uint8_t *>(std::malloc(total));
+    auto *buffer = static_cast<std::uint8_t *>(platform::blockAlloc(total));
     if (buffer == nullptr) {
         *err = QUORIN_ERR_NO_MEMORY;
         return 0;
@@ -129,7 +129,7 @@ std::uint32_t sendCommandWithData(std::uint32_t deviceNo, const CameraCommand *c
         return entry.Receive(handle, answer, replyLength, err) != 0;
     })
                                                      : 0;
-    std::free(buffer);
+    platform::blockFree(buffer);
     if (!ok)
         return 0;
 

@@ -22,6 +22,13 @@ void heapDestroy(Heap heap);
 void *heapAllocZeroed(Heap heap, std::size_t bytes);
 void heapFree(Heap heap, void *block);
 
+// ---- General blocks ------------------------------------------------------
+
+// A block of the C heap for short-lived buffers, or null.
+void *blockAlloc(std::size_t bytes);
+// Frees a block from blockAlloc; null is ignored.
+void blockFree(void *block);
+
 // ---- Virtual memory ------------------------------------------------------
 
 // Commits read-write memory (zero-filled by the system), or returns null.

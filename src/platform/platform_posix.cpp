@@ -1,6 +1,7 @@
 // Linux (POSIX) side of the platform layer.
 #include "platform/platform.h"
 #include "platform/registry_file.h"
+#include "platform/test_hooks.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -61,11 +62,12 @@ void heapDestroy(Heap heap)
 void *heapAllocZeroed(Heap heap, std::size_t bytes)
 {
     auto *h = static_cast<HeapState *>(heap);
-    if (h == nullptr)
+    if (h == nullptr || !hooks::allocationAllowed())
         return nullptr;
     auto *b = static_cast<BlockHeader *>(std::calloc(1, kHeaderSize + bytes));
     if (b == nullptr)
         return nullptr;
+    hooks::blockTaken();
     std::lock_guard<std::mutex> guard(h->lock);
     b->prev = nullptr;
     b->next = h->head;
@@ -89,22 +91,32 @@ void heapFree(Heap heap, void *block)
     if (b->next != nullptr)
         b->next->prev = b->prev;
     std::free(b);
+    hooks::blockReturned();
 }
 
 void *virtualCommit(std::size_t bytes)
 {
+    if (!hooks::allocationAllowed())
+        return nullptr;
     void *p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return p == MAP_FAILED ? nullptr : p;
+    if (p == MAP_FAILED)
+        return nullptr;
+    hooks::blockTaken();
+    return p;
 }
 
 void virtualRelease(void *memory, std::size_t bytes)
 {
-    if (memory != nullptr)
+    if (memory != nullptr) {
         munmap(memory, bytes);
+        hooks::blockReturned();
+    }
 }
 
 void sleepMs(std::uint32_t milliseconds)
 {
+    if (hooks::pausesSkipped())
+        return;
     timespec ts{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
     }

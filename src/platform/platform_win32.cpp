@@ -1,5 +1,6 @@
 // Windows side of the platform layer.
 #include "platform/platform.h"
+#include "platform/test_hooks.h"
 
 #include <windows.h>
 #include <dbghelp.h>
@@ -29,31 +30,44 @@ void heapDestroy(Heap heap)
 
 void *heapAllocZeroed(Heap heap, std::size_t bytes)
 {
-    if (heap == nullptr)
+    if (heap == nullptr || !hooks::allocationAllowed())
         return nullptr;
-    return HeapAlloc(static_cast<HANDLE>(heap), HEAP_ZERO_MEMORY, bytes);
+    void *block = HeapAlloc(static_cast<HANDLE>(heap), HEAP_ZERO_MEMORY, bytes);
+    if (block != nullptr)
+        hooks::blockTaken();
+    return block;
 }
 
 void heapFree(Heap heap, void *block)
 {
-    if (heap != nullptr && block != nullptr)
+    if (heap != nullptr && block != nullptr) {
         HeapFree(static_cast<HANDLE>(heap), 0, block);
+        hooks::blockReturned();
+    }
 }
 
 void *virtualCommit(std::size_t bytes)
 {
-    return VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    if (!hooks::allocationAllowed())
+        return nullptr;
+    void *memory = VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    if (memory != nullptr)
+        hooks::blockTaken();
+    return memory;
 }
 
 void virtualRelease(void *memory, std::size_t)
 {
-    if (memory != nullptr)
+    if (memory != nullptr) {
         VirtualFree(memory, 0, MEM_RELEASE);
+        hooks::blockReturned();
+    }
 }
 
 void sleepMs(std::uint32_t milliseconds)
 {
-    Sleep(milliseconds);
+    if (!hooks::pausesSkipped())
+        Sleep(milliseconds);
 }
 
 bool registryCreateKey(const char *path, RegistryKey *key)

@@ -9,12 +9,9 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <sstream>
 
 namespace quorin::cli {
 namespace {
-
-constexpr std::uint32_t kSensorSide = 1024;
 
 struct DefectOptions {
     std::string file;
@@ -22,41 +19,13 @@ struct DefectOptions {
     std::vector<std::uint32_t> entries; // (x << 16) | y
 };
 
-// Reads "x y" lines (also "x,y"); blank lines and text after '#' are
-// skipped. Every position must lie on the 1024 x 1024 sensor.
 std::vector<std::uint32_t> readDefectFile(const std::string &path)
 {
     std::error_code ec;
     std::ifstream in(path);
     if (!in || !std::filesystem::is_regular_file(path, ec))
         throw UsageError("cannot read the defect file '" + path + "'");
-    std::vector<std::uint32_t> entries;
-    std::string line;
-    for (int number = 1; std::getline(in, line); ++number) {
-        line = line.substr(0, line.find('#'));
-        for (char &ch : line)
-            if (ch == ',' || ch == '\t' || ch == '\r')
-                ch = ' ';
-        std::istringstream fields(line);
-        std::string xs, ys, extra;
-        if (!(fields >> xs))
-            continue;
-        fields >> ys >> extra;
-        auto x = parseNumber(xs), y = parseNumber(ys);
-        if (!x || !y || !extra.empty())
-            throw UsageError(path + ":" + std::to_string(number) + ": expected 'x y', found '" + line + "'");
-        if (*x >= kSensorSide || *y >= kSensorSide)
-            throw UsageError(path + ":" + std::to_string(number) + ": (" + xs + ", " + ys +
-                             ") lies outside the 1024x1024 sensor");
-        entries.push_back(*x << 16 | *y);
-    }
-    // An empty list would clear the camera's: that takes --clear.
-    if (entries.empty())
-        throw UsageError(path + ": no defect pixels in the file (use --clear to remove them all)");
-    if (entries.size() > QUORIN_MAX_LIST_ENTRIES)
-        throw UsageError(path + ": " + std::to_string(entries.size()) + " defect pixels; the camera takes at most " +
-                         std::to_string(QUORIN_MAX_LIST_ENTRIES));
-    return entries;
+    return parseDefectList(in, path);
 }
 
 } // namespace

@@ -28,18 +28,6 @@ constexpr std::uint32_t kStampsPerRequest = 2048;
 
 using Clock = std::chrono::steady_clock;
 
-// "A-B" or "A", frames counted from 1.
-void parseRange(const std::string &text, std::uint32_t &first, std::uint32_t &last)
-{
-    const std::size_t dash = text.find('-');
-    auto a = parseNumber(text.substr(0, dash));
-    auto b = dash == std::string::npos ? a : parseNumber(text.substr(dash + 1));
-    if (!a || !b || *a == 0 || *b < *a)
-        throw UsageError("invalid frame range '" + text + "': expected FIRST-LAST or FRAME, counted from 1");
-    first = *a;
-    last = *b;
-}
-
 const char *formatName(const OutputPattern &p)
 {
     return p.format == ImageFormat::Hdf5 ? "hdf5" : p.format == ImageFormat::Png ? "png" : isOneFile(p) ? "tiff-pages" : "tiff";
@@ -199,7 +187,7 @@ void addDownloadOptions(CLI::App &cmd, DownloadOptions &o)
 
 void checkDownload(DownloadOptions &o)
 {
-    parseRange(o.frames, o.first, o.last);
+    parseFrameRange(o.frames, o.first, o.last);
     const std::uint32_t count = o.last - o.first + 1;
     if (o.transferOnly)
         return;

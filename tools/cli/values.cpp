@@ -2,9 +2,11 @@
 #include "values.h"
 
 #include "cli_error.h"
+#include "quorin/quorin.h"
 
 #include <charconv>
 #include <cstdio>
+#include <sstream>
 #include <span>
 
 namespace quorin::cli {
@@ -311,6 +313,48 @@ Value parseValue(Format format, std::string_view text)
         refuse(format, text);
     }
     refuse(format, text);
+}
+
+void parseFrameRange(const std::string &text, std::uint32_t &first, std::uint32_t &last)
+{
+    const std::size_t dash = text.find('-');
+    auto a = parseNumber(text.substr(0, dash));
+    auto b = dash == std::string::npos ? a : parseNumber(text.substr(dash + 1));
+    if (!a || !b || *a == 0 || *b < *a)
+        throw UsageError("invalid frame range '" + text + "': expected FIRST-LAST or FRAME, counted from 1");
+    first = *a;
+    last = *b;
+}
+
+std::vector<std::uint32_t> parseDefectList(std::istream &in, const std::string &name)
+{
+    std::vector<std::uint32_t> entries;
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        line = line.substr(0, line.find('#'));
+        for (char &ch : line)
+            if (ch == ',' || ch == '\t' || ch == '\r')
+                ch = ' ';
+        std::istringstream fields(line);
+        std::string xs, ys, extra;
+        if (!(fields >> xs))
+            continue;
+        fields >> ys >> extra;
+        auto x = parseNumber(xs), y = parseNumber(ys);
+        if (!x || !y || !extra.empty())
+            throw UsageError(name + ":" + std::to_string(number) + ": expected 'x y', found '" + line + "'");
+        if (*x >= kSensorSide || *y >= kSensorSide)
+            throw UsageError(name + ":" + std::to_string(number) + ": (" + xs + ", " + ys +
+                             ") lies outside the 1024x1024 sensor");
+        entries.push_back(*x << 16 | *y);
+    }
+    // An empty list would clear the camera's: that takes --clear.
+    if (entries.empty())
+        throw UsageError(name + ": no defect pixels in the file (use --clear to remove them all)");
+    if (entries.size() > QUORIN_MAX_LIST_ENTRIES)
+        throw UsageError(name + ": " + std::to_string(entries.size()) + " defect pixels; the camera takes at most " +
+                         std::to_string(QUORIN_MAX_LIST_ENTRIES));
+    return entries;
 }
 
 } // namespace quorin::cli

@@ -5,10 +5,12 @@
 #pragma once
 
 #include <cstdint>
+#include <istream>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quorin::cli {
 
@@ -52,6 +54,16 @@ std::optional<std::uint32_t> parseNumber(std::string_view text);
 
 // "WxH" with both sides 1..1024 (the sensor's size); packed width << 16 | height.
 std::optional<std::uint32_t> parseSize(std::string_view text);
+
+// A frame range "FIRST-LAST" or one frame "FRAME", counted from 1. Throws
+// UsageError.
+void parseFrameRange(const std::string &text, std::uint32_t &first, std::uint32_t &last);
+
+// A defect-pixel list: "x y" lines (also "x,y"); blank lines and text after
+// '#' are skipped. Every position must lie on the 1024 x 1024 sensor, and
+// there must be 1 to 1024 of them. name says where the text came from, in
+// messages. Returns (x << 16) | y per line; throws UsageError.
+std::vector<std::uint32_t> parseDefectList(std::istream &in, const std::string &name);
 
 // What a format expects, for messages and help: "WxH, e.g. 512x256".
 std::string formatHint(Format format);

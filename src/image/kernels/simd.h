@@ -41,6 +41,15 @@ bool vbmiActive();
 
 #define QUORIN_ALWAYS_INLINE __attribute__((always_inline))
 
+// The scalar build of a portable kernel is kept from vectorising. Clang
+// (the fuzz build) has no per-function switch for it: there the scalar
+// build is simply the baseline one.
+#ifdef __clang__
+#define QUORIN_NO_VECTORISE
+#else
+#define QUORIN_NO_VECTORISE __attribute__((optimize("no-tree-vectorize", "no-tree-slp-vectorize")))
+#endif
+
 // name::pick() of a kernel struct: the build for the active level.
 #define QUORIN_KERNEL_PICK                                                                                             \
     static auto pick()                                                                                                 \
@@ -61,7 +70,7 @@ bool vbmiActive();
 // name::pick(), the build for the active level.
 #define QUORIN_KERNEL(name, params, ...)                                                                               \
     struct name {                                                                                                      \
-        __attribute__((optimize("no-tree-vectorize", "no-tree-slp-vectorize"))) static void scalar params            \
+        QUORIN_NO_VECTORISE static void scalar params                                                              \
         {                                                                                                              \
             __VA_ARGS__                                                                                                \
         }                                                                                                              \

@@ -53,6 +53,22 @@ QUORIN_KERNEL(BalanceRow,
               (const Frame &f, uint32_t y, bool vector, const uint16_t *in, uint16_t *out, uint32_t *bits),
               *bits = balanceRow(f, y, vector, in, out););
 
+// The lanes of a followed by b that index names, as GCC's
+// __builtin_shuffle picks them; clang (the fuzz build) has only the
+// constant-index form, so there the lanes (U, kLanes of the kernel) are
+// picked one by one, in place: a call would pass vectors across targets.
+#ifdef __clang__
+#define QUORIN_SHUFFLE2(a, b, index)                                                                                   \
+    ({                                                                                                                 \
+        U picked_;                                                                                                     \
+        for (size_t j_ = 0; j_ < kLanes; ++j_)                                                                         \
+            picked_[j_] = index[j_] < kLanes ? a[index[j_]] : b[index[j_] - kLanes];                                   \
+        picked_;                                                                                                       \
+    })
+#else
+#define QUORIN_SHUFFLE2(a, b, index) __builtin_shuffle(a, b, index)
+#endif
+
 // The balance of a row into split halves (see vec::SplitBalance), in
 // 16-bit lanes: pairs of registers split into their even and odd lanes,
 // each half times its gain; the columns of a last, partial pair one by one.
@@ -84,7 +100,7 @@ QUORIN_LANES_KERNEL(BalanceSplit,
                             U a, b;
                             std::memcpy(&a, in + k, sizeof a);
                             std::memcpy(&b, in + k + kLanes, sizeof b);
-                            const U halves[2] = {__builtin_shuffle(a, b, evenIndex), __builtin_shuffle(a, b, oddIndex)};
+                            const U halves[2] = {QUORIN_SHUFFLE2(a, b, evenIndex), QUORIN_SHUFFLE2(a, b, oddIndex)};
                             for (unsigned h = 0; h < 2; ++h) {
                                 U v = halves[h];
                                 if (rule->columns > k) {

@@ -43,8 +43,9 @@ void greenBorderPixel(const ColourJob &job, uint32_t x, uint32_t y)
 }
 
 // The gradient-guided green of a red or blue site, written without
-// branches so that whole rows vectorise.
-QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *__restrict m, size_t i, size_t w)
+// branches so that whole rows vectorise. The offsets are signed: the rows
+// above lie before m + i.
+QUORIN_ALWAYS_INLINE inline int32_t innerGreen(const uint16_t *__restrict m, std::ptrdiff_t i, std::ptrdiff_t w)
 {
     const int32_t c = m[i];
     const int32_t gl = m[i - 1], gr = m[i + 1], gu = m[i - w], gd = m[i + w];

@@ -26,11 +26,12 @@ QUORIN_ALWAYS_INLINE inline void lineInnerLoop(const uint16_t *__restrict m, con
                                                size_t w, uint32_t odd, uint32_t from = 2)
 {
     const uint32_t end = static_cast<uint32_t>(w) - 2;
+    const auto s = static_cast<std::ptrdiff_t>(w); // signed: the row above lies before m
     for (uint32_t x = from; x < end; ++x) {
         const bool green = ((x ^ odd) & 1u) != 0;
         const int32_t gc = m[x];
         const int32_t hv = fromLine(m[x - 1], m[x + 1], gc, g[x - 1], g[x + 1]);
-        const int32_t vv = fromLine(m[x - w], m[x + w], gc, g[x - w], g[x + w]);
+        const int32_t vv = fromLine(m[x - s], m[x + s], gc, g[x - s], g[x + s]);
         horizontal[x] = static_cast<uint16_t>(choose(maskOf(green), hv, horizontal[x]));
         vertical[x] = static_cast<uint16_t>(choose(maskOf(green), vv, vertical[x]));
     }

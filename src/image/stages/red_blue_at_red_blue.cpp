@@ -49,13 +49,14 @@ QUORIN_ALWAYS_INLINE inline int32_t diagonalInnerLoop(const uint16_t *__restrict
 {
     int32_t fallbacks = 0;
     const uint32_t end = static_cast<uint32_t>(w) - 1;
+    const auto s = static_cast<std::ptrdiff_t>(w); // signed: the row above lies before m
     for (uint32_t x = from; x < end; ++x) {
-        const size_t i = x;
+        const std::ptrdiff_t i = x;
         const bool site = ((x ^ odd) & 1u) == 0;
         const int32_t gc = g[i];
-        const int32_t c0 = m[i - w - 1], c1 = m[i + w + 1], c2 = m[i - w + 1], c3 = m[i + w - 1];
-        const int32_t d1 = 2 * gc - g[i - w - 1] - g[i + w + 1];
-        const int32_t d2 = 2 * gc - g[i - w + 1] - g[i + w - 1];
+        const int32_t c0 = m[i - s - 1], c1 = m[i + s + 1], c2 = m[i - s + 1], c3 = m[i + s - 1];
+        const int32_t d1 = 2 * gc - g[i - s - 1] - g[i + s + 1];
+        const int32_t d2 = 2 * gc - g[i - s + 1] - g[i + s - 1];
         const int32_t a1 = magnitude(d1), a2 = magnitude(d2);
         const int32_t all = (c0 + c1 + c2 + c3 + d1 + d2) >> 2;
         const int32_t first = (c0 + c1 + d1) >> 1, second = (c2 + c3 + d2) >> 1;
@@ -79,9 +80,9 @@ QUORIN_ALWAYS_INLINE inline void diagonalFixRow(const PassRow &r, std::uint8_t *
     const uint16_t *g = r.plane[kGreen];
     uint16_t *missing = r.plane[r.odd ? kRed : kBlue];
     auto fix = [&](size_t x) {
-        const size_t i = x;
+        const auto i = static_cast<std::ptrdiff_t>(x), s = static_cast<std::ptrdiff_t>(w);
         const int32_t gc = g[i];
-        const size_t pos[4] = {i - w - 1, i + w + 1, i - w + 1, i + w - 1};
+        const std::ptrdiff_t pos[4] = {i - s - 1, i + s + 1, i - s + 1, i + s - 1};
         int32_t c[4], gi[4];
         for (int k = 0; k < 4; ++k) {
             c[k] = m[pos[k]];
