@@ -67,9 +67,9 @@ std::vector<FrameStamp> readStamps(CameraSession &camera, std::uint32_t first, s
 
 // The settings a file keeps beside the frames. A setting the camera does
 // not report is left out.
-std::vector<Setting> recordingSettings(CameraSession &camera, const DownloadOptions &o, std::uint32_t rate)
+std::vector<RecordedSetting> recordingSettings(CameraSession &camera, const DownloadOptions &o, std::uint32_t rate)
 {
-    std::vector<Setting> out = {{"model", camera.modelName(), 0, true},
+    std::vector<RecordedSetting> out = {{"model", camera.modelName(), 0, true},
                                 {"software", "quorin " QUORIN_VERSION_STRING, 0, true},
                                 {"frame_rate", "", rate, false},
                                 {"first_frame", "", o.first, false},

@@ -182,7 +182,7 @@ public:
         text(frames_, "axes", layout.channels == 3 ? "frame,y,x,rgb" : "frame,y,x");
         number(frames_, "significant_bits", layout.bits == 16 ? 10 : 8);
         text(seconds_, "unit", "s since the first frame of the file");
-        for (const Setting &s : layout.settings)
+        for (const RecordedSetting &s : layout.settings)
             s.isText ? text(file_, s.name, s.text) : number(file_, s.name, s.number);
         check(H5Fflush(file_, H5F_SCOPE_LOCAL) >= 0, "write");
     }

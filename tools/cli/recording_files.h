@@ -32,7 +32,7 @@ std::int64_t stampMicroseconds(const FrameStamp &s);
 std::string timeOfDay(const FrameStamp &s);
 
 // A camera setting kept with the frames (HDF5 attributes, CSV comments).
-struct Setting {
+struct RecordedSetting {
     std::string name;
     std::string text;  // for text settings
     std::int64_t number = 0;
@@ -43,7 +43,7 @@ struct Setting {
 struct RecordingLayout {
     std::uint32_t width = 0, height = 0, channels = 1, bits = 8;
     std::uint32_t frames = 0; // frames the download asks for
-    std::vector<Setting> settings;
+    std::vector<RecordedSetting> settings;
     std::size_t frameBytes() const { return std::size_t{width} * height * channels * (bits / 8); }
 };
 
