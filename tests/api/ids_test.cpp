@@ -1,0 +1,441 @@
+// Every capability (read and set), list and data id against a virtual K5
+// and K5C as they come up on link type 7: one row per id with what the
+// camera must answer. Rows run in order on one camera per model, so a row
+// sees what the rows before it set. kKept marks a word the call leaves as
+// it was.
+#include "caps_fixture.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t kKept = 0xDEADBEEF;
+
+struct Answer {
+    int32_t ok;
+    uint32_t value, value2;
+    int32_t err;
+};
+
+// DEV_GetDeviceCaps(id, sub): the K5's answer, the K5C's.
+struct GetRow {
+    uint32_t id, sub;
+    Answer k5, k5c;
+};
+const GetRow kGets[] = {
+    {0, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {1, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {2, 0, {1, 0x3E8, kKept, 1}, {1, 0x3E8, kKept, 1}},
+    {3, 0, {1, 0x4000400, kKept, 1}, {1, 0x4000400, kKept, 1}},
+    {4, 0, {1, 0x0, kKept, 21}, {1, 0x0, kKept, 21}},
+    {5, 0, {1, 0x0, kKept, 21}, {1, 0x0, kKept, 21}},
+    {6, 0, {1, 0x0, 0x0, 1}, {1, 0x0, 0x0, 1}},
+    {7, 0, {1, 0x0, 0x0, 1}, {1, 0x0, 0x0, 1}},
+    {8, 0, {0, kKept, kKept, 21}, {1, 0x1, kKept, 1}},
+    {11, 0, {1, 0x0, kKept, 1}, {1, 0x1, kKept, 1}},
+    {12, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {13, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {14, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {15, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {16, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {17, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {18, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {19, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {23, 0, {1, 0x78, kKept, 1}, {1, 0x78, kKept, 1}},
+    {24, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {25, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {28, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {29, 0, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {30, 0, {1, 0x40, 0x0, 1}, {1, 0x40, 0x0, 1}},
+    {31, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {32, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {33, 0, {1, 0xCCC, 0x0, 1}, {1, 0xCCC, 0x0, 1}},
+    {34, 0, {0, 0x0, kKept, 5}, {0, 0x0, kKept, 5}},
+    {34, 1, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {34, 2, {1, 0x6, kKept, 1}, {1, 0x6, kKept, 1}},
+    {35, 0, {0, 0x0, kKept, 5}, {0, 0x0, kKept, 5}},
+    {35, 1, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {35, 2, {1, 0xD, kKept, 1}, {1, 0xD, kKept, 1}},
+    {36, 0, {1, 0x2, 0x2, 1}, {1, 0x2, 0x2, 1}},
+    {37, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {39, 0, {1, kKept, 0x0, 1}, {1, kKept, 0x0, 1}},
+    {39, 1, {1, kKept, 0x0, 1}, {1, kKept, 0x0, 1}},
+    {39, 2, {1, kKept, 0x0, 1}, {1, kKept, 0x0, 1}},
+    {40, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {41, 0, {1, 0x10002, kKept, 1}, {1, 0x10002, kKept, 1}},
+    {42, 0, {1, 0xCCC, 0x0, 1}, {1, 0xCCC, 0x0, 1}},
+    {43, 0, {1, 0x1, 0x0, 1}, {1, 0x1, 0x0, 1}},
+    {44, 0, {0, kKept, kKept, 21}, {1, 0x1408020, 0x8020, 1}},
+    {44, 1, {0, kKept, kKept, 21}, {1, 0x1408020, 0x8020, 1}},
+    {44, 2, {0, kKept, kKept, 21}, {1, 0x1408020, 0x8020, 1}},
+    {45, 0, {0, kKept, kKept, 21}, {1, 0x80200140, 0x8020, 1}},
+    {46, 0, {0, kKept, kKept, 21}, {1, 0x80208020, 0x140, 1}},
+    {47, 0, {1, 0x4000400, kKept, 1}, {1, 0x4000400, kKept, 1}},
+    {48, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {49, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {50, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {50, 1, {1, 0x3E8, kKept, 1}, {1, 0x3E8, kKept, 1}},
+    {50, 2, {1, 0x7D0, kKept, 1}, {1, 0x7D0, kKept, 1}},
+    {51, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {51, 1, {1, 0x3EA, kKept, 1}, {1, 0x3EA, kKept, 1}},
+    {51, 2, {1, 0x7D2, kKept, 1}, {1, 0x7D2, kKept, 1}},
+    {52, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {52, 1, {1, 0x3EB, kKept, 1}, {1, 0x3EB, kKept, 1}},
+    {52, 2, {1, 0x7D3, kKept, 1}, {1, 0x7D3, kKept, 1}},
+    {54, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {56, 0, {1, 0x633B3, kKept, 1}, {1, 0x633B3, kKept, 1}},
+    {57, 0, {1, 0x400, kKept, 1}, {1, 0x400, kKept, 1}},
+    {58, 0, {1, 0x400, kKept, 1}, {1, 0x400, kKept, 1}},
+    {59, 0, {1, 0x400, 0x400, 1}, {1, 0x400, 0x400, 1}},
+    {60, 0, {1, 0x64, kKept, 1}, {1, 0x64, kKept, 1}},
+    {61, 0, {1, 0x65, kKept, 1}, {1, 0x65, kKept, 1}},
+    {62, 0, {1, 0x66, kKept, 1}, {1, 0x66, kKept, 1}},
+    {63, 0, {1, 0x67, kKept, 1}, {1, 0x67, kKept, 1}},
+    {64, 0, {1, 0x68, kKept, 1}, {1, 0x68, kKept, 1}},
+    {72, 0, {1, 0xA, kKept, 1}, {1, 0xA, kKept, 1}},
+    {76, 0, {1, 0x40, 0x8, 1}, {1, 0x40, 0x8, 1}},
+    {76, 1, {1, 0x80, 0x10, 1}, {1, 0x80, 0x10, 1}},
+    {76, 2, {1, 0x80, 0x10, 1}, {1, 0x80, 0x10, 1}},
+    {77, 0, {0, kKept, kKept, 21}, {1, 0x2, kKept, 1}},
+    {80, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {81, 0, {1, 0xBB8, kKept, 1}, {1, 0xBB8, kKept, 1}},
+    {84, 0, {1, 0x0, kKept, 1}, {1, 0x1, kKept, 1}},
+    {85, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {86, 0, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {87, 0, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {88, 0, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {89, 0, {1, 0x10, 0x3F, 1}, {1, 0x10, 0x3F, 1}},
+    {90, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {91, 0, {1, 0x40, 0x8, 1}, {1, 0x40, 0x8, 1}},
+    {91, 1, {1, 0x80, 0x10, 1}, {1, 0x80, 0x10, 1}},
+    {91, 2, {1, 0x80, 0x10, 1}, {1, 0x80, 0x10, 1}},
+    {92, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {96, 0, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {97, 1, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {97, 2, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {98, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {98, 1, {1, 0x3ED, kKept, 1}, {1, 0x3ED, kKept, 1}},
+    {98, 2, {1, 0x7D5, kKept, 1}, {1, 0x7D5, kKept, 1}},
+    {99, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {100, 0, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {119, 0, {0, 0x0, kKept, 21}, {0, 0x0, kKept, 21}},
+    {120, 0, {0, kKept, kKept, 21}, {0, 0x0, kKept, 11}},
+    {121, 0, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {122, 0, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {123, 0, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {127, 0, {1, 0xF4240, kKept, 1}, {1, 0xF4240, kKept, 1}},
+    {162, 0, {1, kKept, kKept, 1}, {1, kKept, kKept, 1}},
+};
+// Ids no row reads: 0, 21.
+constexpr uint32_t kUnreadIds[] = {9, 10, 20, 21, 22, 26, 27, 38, 53, 55, 65, 66, 67, 68, 69, 70, 71, 73, 74, 75, 78, 79, 82, 83, 93, 94, 95, 97, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 113, 114, 115, 116, 117, 118, 124, 125, 126, 128, 129, 130, 131, 132, 133, 134, 135, 136, 137, 138, 139, 140, 141, 142, 143, 144, 145, 146, 147, 148, 149, 150, 151, 152, 153, 154, 155, 156, 157, 158, 159, 160, 161, 163, 164, 165, 166, 167, 168, 169, 170};
+
+// DEV_SetDeviceCaps(id, sub, value, value2): result and ErrorCode per
+// model, then what DEV_GetDeviceCaps(id, sub) reads.
+struct Outcome {
+    int32_t ok, err;
+};
+struct SetRow {
+    uint32_t id, sub, value, value2;
+    Outcome setK5, setK5c;
+    Answer readK5, readK5c;
+};
+const SetRow kSets[] = {
+    {2, 0, 0x7D0, 0x0, {1, 1}, {1, 1}, {1, 0x7D0, kKept, 1}, {1, 0x7D0, kKept, 1}},
+    {3, 0, 0x2000100, 0x0, {1, 1}, {1, 1}, {1, 0x2000100, kKept, 1}, {1, 0x2000100, kKept, 1}},
+    {4, 0, 0xFA0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 21}, {1, 0x0, kKept, 21}},
+    {6, 0, 0x2000000, 0x0, {1, 1}, {1, 1}, {1, 0x2000000, 0x1, 1}, {1, 0x2000000, 0x1, 1}},
+    {6, 0, 0x4000000, 0x5, {0, 5}, {0, 5}, {1, 0x2000000, 0x1, 1}, {1, 0x2000000, 0x1, 1}},
+    {7, 0, 0x4, 0x3, {1, 1}, {1, 1}, {1, 0x4, 0x3, 1}, {1, 0x4, 0x3, 1}},
+    {8, 0, 0x2, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x2, kKept, 1}},
+    {13, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {14, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {15, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {16, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {17, 0, 0x2, 0x0, {0, 11}, {0, 11}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {18, 0, 0x3, 0x0, {1, 1}, {1, 1}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {19, 0, 0x80000005, 0x0, {1, 1}, {1, 1}, {1, 0x80000005, kKept, 1}, {1, 0x80000005, kKept, 1}},
+    {24, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {25, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {28, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, kKept, kKept, 1}, {1, kKept, kKept, 1}},
+    {29, 0, 0x3, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {40, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {31, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {32, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {34, 1, 0x3, 0x0, {1, 1}, {1, 1}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {34, 2, 0x7, 0x0, {1, 1}, {1, 1}, {1, 0x7, kKept, 1}, {1, 0x7, kKept, 1}},
+    {35, 1, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {35, 2, 0x5, 0x0, {1, 1}, {1, 1}, {1, 0x5, kKept, 1}, {1, 0x5, kKept, 1}},
+    {37, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {40, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {41, 0, 0x10001, 0x0, {1, 1}, {1, 1}, {1, 0x10001, kKept, 1}, {1, 0x10001, kKept, 1}},
+    {50, 0, 0x7D0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {51, 0, 0x2000100, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {52, 0, 0x5, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {53, 0, 0x3, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {54, 0, 0x3, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {55, 0, 0x3, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {60, 0, 0xC8, 0x0, {1, 1}, {1, 1}, {1, 0x64, kKept, 1}, {1, 0x64, kKept, 1}},
+    {61, 0, 0xC9, 0x0, {1, 1}, {1, 1}, {1, 0x65, kKept, 1}, {1, 0x65, kKept, 1}},
+    {62, 0, 0xCA, 0x0, {1, 1}, {1, 1}, {1, 0x66, kKept, 1}, {1, 0x66, kKept, 1}},
+    {63, 0, 0xCB, 0x0, {1, 1}, {1, 1}, {1, 0x67, kKept, 1}, {1, 0x67, kKept, 1}},
+    {64, 0, 0xCC, 0x0, {1, 1}, {1, 1}, {1, 0x68, kKept, 1}, {1, 0x68, kKept, 1}},
+    {65, 0, 0x0, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {73, 0, 0xB, 0x0, {1, 0}, {1, 0}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {77, 0, 0x0, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x0, kKept, 1}},
+    {85, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {86, 0, 0x14, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x16, kKept, 1}},
+    {87, 0, 0x15, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x10, kKept, 1}},
+    {88, 0, 0x16, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0xB, kKept, 1}},
+    {90, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {92, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {95, 0, 0x0, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {97, 0, 0x1, 0x0, {0, 21}, {0, 21}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {99, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {119, 0, 0x1, 0x0, {0, 21}, {0, 21}, {0, 0x0, kKept, 21}, {0, 0x0, kKept, 21}},
+    {120, 0, 0x1, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x1, kKept, 1}},
+    {121, 0, 0x14, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x14, kKept, 1}},
+    {122, 0, 0x15, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x15, kKept, 1}},
+    {123, 0, 0x16, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x16, kKept, 1}},
+    {128, 0, 0x0, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {0, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {0, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+};
+
+// DEV_GetList(id, sub): result, ErrorCode, count, first entry and the sum
+// of the entries, per model (a list that writes nothing leaves count and
+// entries as they were).
+struct ListAnswer {
+    int32_t ok, err;
+    uint32_t count, first;
+    unsigned long long sum;
+};
+struct ListRow {
+    uint32_t id, sub;
+    ListAnswer k5, k5c;
+};
+const ListRow kLists[] = {
+    {0, 0, {1, 1, 26, 0x3C, 1377435ull}, {1, 1, 26, 0x3C, 1377435ull}},
+    {1, 0, {1, 1, 23, 0x4000400, 666900880ull}, {1, 1, 23, 0x4000400, 666900880ull}},
+    {2, 0, {1, 1, 42, 0x0, 2875560ull}, {1, 1, 42, 0x0, 2875560ull}},
+    {3, 0, {1, 1, 42, 0x3E8, 50554ull}, {1, 1, 42, 0x3E8, 50554ull}},
+    {4, 0, {1, 1, 10, 0x0, 788529158ull}, {1, 1, 10, 0x0, 788529158ull}},
+    {5, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {6, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {7, 0, {0, 5, 0, 0, 0ull}, {0, 5, 0, 0, 0ull}},
+    {7, 1, {1, 1, 5, 0x1, 15ull}, {1, 1, 5, 0x1, 15ull}},
+    {7, 2, {1, 1, 6, 0x6, 51ull}, {1, 1, 6, 0x6, 51ull}},
+    {8, 0, {0, 5, 0, 0, 0ull}, {0, 5, 0, 0, 0ull}},
+    {8, 1, {1, 1, 2, 0x1, 3ull}, {1, 1, 2, 0x1, 3ull}},
+    {8, 2, {1, 1, 10, 0xD, 79ull}, {1, 1, 10, 0xD, 79ull}},
+    {9, 0, {1, 1, 4, 0x1, 10ull}, {1, 1, 4, 0x1, 10ull}},
+    {10, 0, {1, 1, 6, 0x1, 26ull}, {1, 1, 6, 0x1, 26ull}},
+    {11, 0, {1, 1, 72, 0x3C, 2663735ull}, {1, 1, 72, 0x3C, 2663735ull}},
+    {12, 0, {1, 1, 1, 0x1, 1ull}, {1, 1, 1, 0x1, 1ull}},
+    {13, 0, {1, 1, 2, 0x2, 5ull}, {1, 1, 2, 0x2, 5ull}},
+    {14, 0, {1, 1, 4, 0x1, 10ull}, {1, 1, 4, 0x1, 10ull}},
+    {15, 0, {1, 1, 166, 0x3C, 11010115ull}, {1, 1, 166, 0x3C, 11010115ull}},
+    {16, 0, {1, 1, 166, 0x41A6, 279428ull}, {1, 1, 166, 0x41A6, 279428ull}},
+    {17, 0, {1, 1, 4, 0x1, 10ull}, {1, 1, 4, 0x1, 10ull}},
+    {18, 0, {1, 1, 0, 0, 0ull}, {1, 1, 0, 0, 0ull}},
+    {19, 0, {1, 1, 1, 0x1, 1ull}, {1, 1, 1, 0x1, 1ull}},
+    {20, 0, {1, 1, 1024, 0x0, 523776ull}, {1, 1, 1024, 0x0, 523776ull}},
+    {21, 0, {1, 1, 1024, 0x0, 523776ull}, {1, 1, 1024, 0x0, 523776ull}},
+    {22, 0, {1, 1, 1024, 0x0, 523776ull}, {1, 1, 1024, 0x0, 523776ull}},
+    {23, 0, {1, 1, 4, 0x80000064, 2147484054ull}, {1, 1, 4, 0x80000064, 2147484054ull}},
+    {24, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {25, 0, {1, 1, 1024, 0x0, 523776ull}, {1, 1, 1024, 0x0, 523776ull}},
+    {26, 0, {1, 1, 1024, 0x0, 523776ull}, {1, 1, 1024, 0x0, 523776ull}},
+    {27, 0, {1, 1, 1024, 0x0, 523776ull}, {1, 1, 1024, 0x0, 523776ull}},
+    {28, 0, {1, 1, 6, 0x0, 19ull}, {1, 1, 6, 0x0, 19ull}},
+    {29, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {30, 0, {1, 1, 10, 0x1, 55ull}, {1, 1, 10, 0x1, 55ull}},
+    {31, 0, {1, 1, 2, 0x0, 2ull}, {1, 1, 2, 0x0, 2ull}},
+    {32, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {33, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {34, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {35, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {36, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {37, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {38, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {39, 0, {1, 1, kKept, kKept, 0ull}, {1, 1, kKept, kKept, 0ull}},
+    {40, 0, {1, 1, 42, 0xF4240, 50553364ull}, {1, 1, 42, 0xF4240, 50553364ull}},
+    {41, 0, {1, 1, 166, 0x100713E, 279432040ull}, {1, 1, 166, 0x100713E, 279432040ull}},
+};
+
+} // namespace
+
+class EveryId : public CapsTest {};
+
+TEST_F(EveryId, CapabilityReads)
+{
+    for (const uint32_t model : {VCAM_K5, VCAM_K5C}) {
+        open(model, 7);
+        for (const GetRow &r : kGets) {
+            const Answer &want = model == VCAM_K5 ? r.k5 : r.k5c;
+            const CapResult got = get(r.id, r.sub, kKept);
+            EXPECT_EQ(got.ok, want.ok) << "model " << model << " id " << r.id << " sub " << r.sub;
+            EXPECT_EQ(got.value, want.value) << "model " << model << " id " << r.id << " sub " << r.sub;
+            EXPECT_EQ(got.value2, want.value2) << "model " << model << " id " << r.id << " sub " << r.sub;
+            EXPECT_EQ(got.err, want.err) << "model " << model << " id " << r.id << " sub " << r.sub;
+        }
+        for (const uint32_t id : kUnreadIds) {
+            const CapResult got = get(id);
+            EXPECT_EQ(got.ok, 0) << id;
+            EXPECT_EQ(got.err, QUORIN_ERR_NOT_SUPPORTED) << id;
+        }
+    }
+}
+
+TEST_F(EveryId, CapabilitySettings)
+{
+    for (const uint32_t model : {VCAM_K5, VCAM_K5C}) {
+        open(model, 7);
+        for (const SetRow &r : kSets) {
+            const CapResult done = set(r.id, r.value, r.value2, r.sub);
+            const Outcome &outcome = model == VCAM_K5 ? r.setK5 : r.setK5c;
+            EXPECT_EQ(done.ok, outcome.ok) << "model " << model << " id " << r.id;
+            EXPECT_EQ(done.err, outcome.err) << "model " << model << " id " << r.id;
+            const Answer &want = model == VCAM_K5 ? r.readK5 : r.readK5c;
+            const CapResult got = get(r.id, r.sub, kKept);
+            EXPECT_EQ(got.ok, want.ok) << "model " << model << " id " << r.id;
+            EXPECT_EQ(got.value, want.value) << "model " << model << " id " << r.id;
+            EXPECT_EQ(got.value2, want.value2) << "model " << model << " id " << r.id;
+            EXPECT_EQ(got.err, want.err) << "model " << model << " id " << r.id;
+        }
+    }
+}
+
+TEST_F(EveryId, Lists)
+{
+    for (const uint32_t model : {VCAM_K5, VCAM_K5C}) {
+        open(model, 7);
+        for (const ListRow &r : kLists) {
+            const ListAnswer &want = model == VCAM_K5 ? r.k5 : r.k5c;
+            std::vector<uint32_t> entries(QUORIN_MAX_LIST_ENTRIES, kKept);
+            uint32_t count = kKept;
+            int32_t err = 0;
+            EXPECT_EQ(DEV_GetList(dev_, 0, r.id, r.sub, entries.data(), &count, &err), want.ok) << r.id;
+            EXPECT_EQ(err, want.err) << "model " << model << " list " << r.id << " sub " << r.sub;
+            EXPECT_EQ(count, want.count) << "model " << model << " list " << r.id << " sub " << r.sub;
+            if (count == kKept || count == 0) {
+                EXPECT_EQ(entries[0], kKept) << "model " << model << " list " << r.id << " writes nothing";
+                continue;
+            }
+            EXPECT_EQ(entries[0], want.first) << "model " << model << " list " << r.id << " sub " << r.sub;
+            unsigned long long sum = 0;
+            for (uint32_t i = 0; i < count && i < entries.size(); ++i)
+                sum += entries[i];
+            EXPECT_EQ(sum, want.sum) << "model " << model << " list " << r.id << " sub " << r.sub;
+        }
+        for (const uint32_t id : {42u, 45u, 99u}) {
+            uint32_t entries[4], count = kKept;
+            int32_t err = 0;
+            EXPECT_EQ(DEV_GetList(dev_, 0, id, 0, entries, &count, &err), 0);
+            EXPECT_EQ(err, QUORIN_ERR_NOT_SUPPORTED);
+            EXPECT_EQ(count, 0u);
+        }
+    }
+}
+
+// DEV_GetData and DEV_SetData by data id. Reads: what is written and the
+// sum of its 16-bit words (a status word left as it was reads kKept).
+TEST_F(EveryId, DeviceData)
+{
+    struct Read {
+        uint32_t id, sub, param;
+        uint32_t ok;
+        int32_t err;
+        uint32_t size;
+        unsigned long long sum16; // of the written bytes as 16-bit words
+        uint32_t k5[3], k5c[3];   // the first three u32 written, where they differ by model
+    };
+    const int32_t kept = static_cast<int32_t>(kKept);
+    const Read reads[] = {
+        {QUORIN_DATA_TIME_STAMPS, 1, 1, 0, QUORIN_ERR_NO_DATA, kKept, 0, {}, {}}, // no recording rate in live
+        {QUORIN_DATA_CHANNELS, 1, 1, 0, QUORIN_ERR_NOT_PLAYBACK, kKept, 0, {}, {}},
+        {QUORIN_DATA_TIME_AND_CHANNELS, 1, 1, 0, QUORIN_ERR_NO_DATA, kKept, 0, {}, {}},
+        {QUORIN_DATA_LUT_SETTINGS, 1, 0, 1, QUORIN_SUCCESS, 76, 98208, {}, {}},  // identity
+        {QUORIN_DATA_LUT_SETTINGS, 2, 0, 1, QUORIN_SUCCESS, 76, 334104, {}, {}}, // gamma 0.7
+        {QUORIN_DATA_LUT_SETTINGS, 3, 0, 1, QUORIN_SUCCESS, 76, 98256, {}, {}},  // gain 2
+        {QUORIN_DATA_LUT_SETTINGS, 4, 0, 1, QUORIN_SUCCESS, 76, 98304, {}, {}},  // gain 4
+        {QUORIN_DATA_LUT_SETTINGS, 5, 0, 1, QUORIN_SUCCESS, 76, 98466, {}, {}},  // negative
+        {QUORIN_DATA_LUT_SETTINGS, 11, 0, 1, QUORIN_SUCCESS, 76, 98208, {}, {}}, // the user's, identity at first
+        {QUORIN_DATA_LUT_SETTINGS, 7, 0, 0, QUORIN_ERR_OUT_OF_RANGE, kKept, 0, {}, {}},
+        {QUORIN_DATA_GAIN_TABLES, 1, 0, 1, kept, 2097152, 1044381696ull, {}, {}}, // the camera's table
+        {QUORIN_DATA_GAIN_TABLES, 2, 0, 1, kept, 2097152, 1045430272ull, {}, {}}, // 997 everywhere
+        {QUORIN_DATA_GAIN_TABLES, 3, 0, 0, QUORIN_ERR_OUT_OF_RANGE, kKept, 0, {}, {}},
+        {QUORIN_DATA_FLAT_FIELD, 0, 0, 0, QUORIN_ERR_NOT_SUPPORTED, kKept, 0, {}, {}},
+        {QUORIN_DATA_PIXEL_PROBE, 10, 10, 1, kept, 12, 0, {899, 899, 899}, {899, 897, 897}},
+        {QUORIN_DATA_PIXEL_PROBE, 512, 512, 1, kept, 12, 0, {58, 58, 58}, {58, 56, 56}},
+        {QUORIN_DATA_PIXEL_PROBE, 1024, 1024, 0, QUORIN_ERR_OUT_OF_RANGE, kKept, 0, {}, {}},
+        {7, 0, 0, 0, QUORIN_ERR_NOT_SUPPORTED, kKept, 0, {}, {}},
+    };
+    // Writes, each followed by a read of the LUT settings (id 3) or of the
+    // file's gain table (id 4, sub 2).
+    struct Write {
+        uint32_t id, sub;
+        uint32_t ok;
+        int32_t err;
+        unsigned long long readBack, readBackK5c;
+    };
+    const Write writes[] = {
+        {QUORIN_DATA_LUT_SETTINGS, 11, 1, QUORIN_SUCCESS, 334104, 334104},         // preset 2 as the user's
+        {QUORIN_DATA_LUT_SETTINGS, 0xFFFFFFFF, 1, QUORIN_SUCCESS, 334104, 334104}, // the identity curve only
+        {QUORIN_DATA_LUT_SETTINGS, 4, 0, QUORIN_ERR_OUT_OF_RANGE, 334104, 334104},
+        {QUORIN_DATA_GAIN_TABLES, 0, 1, QUORIN_SUCCESS, 1048576000ull, 1048576000ull}, // 1000 everywhere
+        // Gains from a field of 500..799, per mosaic class on the K5C.
+        {QUORIN_DATA_FLAT_FIELD, 0, 1, QUORIN_SUCCESS, 1304291128ull, 1304710565ull},
+        {QUORIN_DATA_TIME_STAMPS, 0, 0, QUORIN_ERR_NOT_SUPPORTED, 1304291128ull, 1304710565ull},
+        {QUORIN_DATA_PIXEL_PROBE, 0, 0, QUORIN_ERR_NOT_SUPPORTED, 1304291128ull, 1304710565ull},
+    };
+    auto sum16 = [](const std::vector<uint8_t> &b, uint32_t size) {
+        unsigned long long sum = 0;
+        for (uint32_t i = 0; i + 1 < size && size != kKept; i += 2)
+            sum += b[i] | b[i + 1] << 8;
+        return sum;
+    };
+    for (const uint32_t model : {VCAM_K5, VCAM_K5C}) {
+        open(model, 7);
+        std::vector<uint8_t> buffer(2097152 * 3);
+        get(QUORIN_CAP_RESOLUTION);
+        int32_t err = 0;
+        ASSERT_EQ(DEV_TransferLiveImage(dev_, 0, 8, buffer.data(), &err), 1); // a picture for the probe
+        for (const Read &r : reads) {
+            std::fill(buffer.begin(), buffer.end(), 0xEE);
+            uint32_t size = kKept;
+            err = kept;
+            EXPECT_EQ(DEV_GetData(dev_, 0, r.id, r.sub, r.param, buffer.data(), &size, &err), r.ok) << r.id;
+            EXPECT_EQ(err, r.err) << "data " << r.id << " sub " << r.sub;
+            EXPECT_EQ(size, r.size) << "data " << r.id << " sub " << r.sub;
+            if (r.id == QUORIN_DATA_PIXEL_PROBE && r.ok) {
+                uint32_t rgb[3];
+                std::memcpy(rgb, buffer.data(), sizeof rgb);
+                const uint32_t *want = model == VCAM_K5 ? r.k5 : r.k5c;
+                EXPECT_TRUE(std::equal(rgb, rgb + 3, want))
+                    << "model " << model << " probe " << r.sub << ": " << rgb[0] << " " << rgb[1] << " " << rgb[2];
+            } else {
+                EXPECT_EQ(sum16(buffer, size), r.sum16) << "data " << r.id << " sub " << r.sub;
+            }
+        }
+        std::vector<uint8_t> preset2(76);
+        uint32_t size = 0;
+        ASSERT_EQ(DEV_GetData(dev_, 0, QUORIN_DATA_LUT_SETTINGS, 2, 0, preset2.data(), &size, &err), 1u);
+        std::vector<uint16_t> gains(1024 * 1024, 1000), field(1024 * 1024);
+        for (size_t i = 0; i < field.size(); ++i)
+            field[i] = static_cast<uint16_t>(500 + i * 7 % 300);
+        for (const Write &w : writes) {
+            void *from = w.id == QUORIN_DATA_GAIN_TABLES ? static_cast<void *>(gains.data())
+                         : w.id == QUORIN_DATA_FLAT_FIELD ? static_cast<void *>(field.data())
+                                                           : static_cast<void *>(preset2.data());
+            err = 0;
+            EXPECT_EQ(DEV_SetData(dev_, 0, w.id, w.sub, 0, from, 0, &err), w.ok) << w.id;
+            EXPECT_EQ(err, w.err) << "data " << w.id << " sub " << w.sub;
+            const bool lut = w.id == QUORIN_DATA_LUT_SETTINGS;
+            ASSERT_EQ(DEV_GetData(dev_, 0, lut ? QUORIN_DATA_LUT_SETTINGS : QUORIN_DATA_GAIN_TABLES, lut ? 11 : 2, 0,
+                                  buffer.data(), &size, &err),
+                      1u);
+            EXPECT_EQ(sum16(buffer, size), model == VCAM_K5 ? w.readBack : w.readBackK5c) << "data " << w.id;
+        }
+    }
+}
