@@ -200,6 +200,94 @@ const SetRow kSets[] = {
     {128, 0, 0x0, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
     {0, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
     {0, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {7, 0, 0x0, 0x1, {0, 5}, {0, 5}, {1, 0x4, 0x3, 1}, {1, 0x4, 0x3, 1}},
+    {7, 0, 0x1, 0xB, {0, 5}, {0, 5}, {1, 0x4, 0x3, 1}, {1, 0x4, 0x3, 1}},
+    {86, 0, 0x46, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x16, kKept, 1}},
+    {8, 0, 0x3, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x3, kKept, 1}},
+    {8, 0, 0x4, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x4, kKept, 1}},
+    {86, 0, 0x14, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x16, kKept, 1}},
+    {8, 0, 0x3, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x3, kKept, 1}},
+    {8, 0, 0x4, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x4, kKept, 1}},
+    {8, 0, 0x1, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x1, kKept, 1}},
+    {8, 0, 0x5, 0x0, {0, 21}, {0, 5}, {0, kKept, kKept, 21}, {1, 0x1, kKept, 1}},
+    {13, 0, 0x0, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {13, 0, 0x5, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {14, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {15, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {3, 0, 0x800010, 0x0, {1, 1}, {1, 1}, {1, 0x800010, kKept, 1}, {1, 0x800010, kKept, 1}},
+    {14, 0, 0x1, 0x0, {0, 11}, {0, 11}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {15, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {3, 0, 0x4000400, 0x0, {1, 1}, {1, 1}, {1, 0x4000400, kKept, 1}, {1, 0x4000400, kKept, 1}},
+    {16, 0, 0x3, 0x0, {1, 1}, {1, 1}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {16, 0, 0x0, 0x0, {0, 5}, {0, 5}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {16, 0, 0x6, 0x0, {0, 5}, {0, 5}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {17, 0, 0x0, 0x0, {0, 11}, {0, 11}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {37, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {17, 0, 0x5, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {17, 0, 0x3, 0x0, {1, 1}, {1, 1}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {37, 0, 0x1, 0x0, {0, 11}, {0, 11}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {37, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {18, 0, 0x6, 0x0, {0, 5}, {0, 5}, {1, 0x3, kKept, 1}, {1, 0x3, kKept, 1}},
+    {18, 0, 0xB, 0x0, {1, 1}, {1, 1}, {1, 0xB, kKept, 1}, {1, 0xB, kKept, 1}},
+    {24, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {25, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {28, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, kKept, kKept, 1}, {1, kKept, kKept, 1}},
+    {28, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {29, 0, 0x4, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {29, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {32, 0, 0x7, 0x0, {0, 16}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {32, 0, 0x5, 0x0, {0, 5}, {0, 5}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {32, 0, 0x6, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {32, 0, 0x7, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {32, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {34, 1, 0x6, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {34, 2, 0x5, 0x0, {0, 5}, {0, 5}, {1, 0x7, kKept, 1}, {1, 0x7, kKept, 1}},
+    {34, 3, 0x1, 0x0, {0, 5}, {0, 5}, {0, 0x0, kKept, 5}, {0, 0x0, kKept, 5}},
+    {35, 1, 0x3, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {35, 2, 0xD, 0x0, {1, 1}, {1, 1}, {1, 0xD, kKept, 1}, {1, 0xD, kKept, 1}},
+    {35, 2, 0xE, 0x0, {1, 1}, {1, 1}, {1, 0xE, kKept, 1}, {1, 0xE, kKept, 1}},
+    {35, 2, 0x1D, 0x0, {1, 1}, {1, 1}, {1, 0xD, kKept, 1}, {1, 0xD, kKept, 1}},
+    {35, 2, 0x1E, 0x0, {1, 1}, {1, 1}, {1, 0xE, kKept, 1}, {1, 0xE, kKept, 1}},
+    {35, 2, 0xB, 0x0, {0, 5}, {0, 5}, {1, 0xE, kKept, 1}, {1, 0xE, kKept, 1}},
+    {35, 3, 0x1, 0x0, {0, 5}, {0, 5}, {0, 0x0, kKept, 5}, {0, 0x0, kKept, 5}},
+    {40, 0, 0x0, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {40, 0, 0x41, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {31, 0, 0x3, 0x0, {0, 5}, {0, 5}, {1, 0x2, kKept, 1}, {1, 0x2, kKept, 1}},
+    {41, 0, 0x3, 0x0, {0, 5}, {0, 5}, {1, 0x10001, kKept, 1}, {1, 0x10001, kKept, 1}},
+    {41, 0, 0x10102, 0x0, {1, 1}, {1, 1}, {1, 0x10102, kKept, 1}, {1, 0x10102, kKept, 1}},
+    {99, 0, 0x2, 0x0, {0, 5}, {0, 5}, {1, 0x1, kKept, 1}, {1, 0x1, kKept, 1}},
+    {99, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {121, 0, 0x40, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x14, kKept, 1}},
+    {120, 0, 0x2, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x2, kKept, 1}},
+    {19, 0, 0x7, 0x0, {1, 1}, {1, 1}, {1, 0x7, kKept, 1}, {1, 0x7, kKept, 1}},
+    {2, 0, 0x3E8, 0x0, {1, 1}, {1, 1}, {1, 0x3E8, kKept, 1}, {1, 0x3E8, kKept, 1}},
+    {4, 0, 0x3E8, 0x0, {1, 1}, {1, 1}, {1, 0x3E8, kKept, 1}, {1, 0x3E8, kKept, 1}},
+    {6, 0, 0x3000000, 0x2, {1, 1}, {1, 1}, {1, 0x3000000, 0x4, 1}, {1, 0x3000000, 0x4, 1}},
+    {6, 0, 0x5000000, 0x1, {0, 11}, {0, 11}, {1, 0x3000000, 0x4, 1}, {1, 0x3000000, 0x4, 1}},
+    {6, 0, 0x6000000, 0x3, {1, 1}, {1, 1}, {1, 0x6000000, 0x0, 1}, {1, 0x6000000, 0x0, 1}},
+    {6, 0, 0x7000000, 0x4, {1, 1}, {1, 1}, {1, 0x7000000, 0x4, 1}, {1, 0x7000000, 0x4, 1}},
+    {6, 0, 0x1000000, 0x0, {1, 1}, {1, 1}, {1, 0x1000000, 0x0, 1}, {1, 0x1000000, 0x0, 1}},
+    {6, 0, 0x8000002, 0x0, {1, 1}, {1, 1}, {1, 0x8000002, kKept, 1}, {1, 0x8000002, kKept, 1}},
+    {6, 0, 0x9000000, 0x0, {0, 5}, {0, 5}, {1, 0x8000002, kKept, 1}, {1, 0x8000002, kKept, 1}},
+    {6, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, 0x0, 1}, {1, 0x0, 0x0, 1}},
+    {50, 0, 0x3E8, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {51, 0, 0x4000400, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {52, 0, 0x2, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {53, 0, 0x15, 0x0, {0, 5}, {0, 5}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {54, 0, 0x15, 0x0, {0, 5}, {0, 5}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {55, 0, 0x15, 0x0, {0, 5}, {0, 5}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {53, 0, 0x1, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {54, 0, 0x1, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {55, 0, 0x1, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {77, 0, 0x1, 0x0, {0, 21}, {1, 1}, {0, kKept, kKept, 21}, {1, 0x2, kKept, 1}},
+    {73, 0, 0x3, 0x0, {0, 5}, {0, 5}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {85, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {90, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {92, 0, 0x0, 0x0, {1, 1}, {1, 1}, {1, 0x0, kKept, 1}, {1, 0x0, kKept, 1}},
+    {119, 0, 0x0, 0x0, {0, 21}, {0, 21}, {0, 0x0, kKept, 21}, {0, 0x0, kKept, 21}},
+    {128, 0, 0x5, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {95, 0, 0x1, 0x0, {1, 1}, {1, 1}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
+    {200, 0, 0x0, 0x0, {0, 21}, {0, 21}, {0, kKept, kKept, 21}, {0, kKept, kKept, 21}},
 };
 
 // DEV_GetList(id, sub): result, ErrorCode, count, first entry and the sum
@@ -444,5 +532,40 @@ TEST_F(EveryId, DeviceData)
                       1u);
             EXPECT_EQ(sum16(buffer, size), model == VCAM_K5 ? w.readBack : w.readBackK5c) << "data " << w.id;
         }
+    }
+}
+
+// With every send failing, each row either answers from what the library
+// keeps (1, nothing sent) or fails with an ErrorCode: a link failure is
+// never taken for success.
+TEST_F(EveryId, ALinkThatFailsIsNeverTakenForSuccess)
+{
+    for (const uint32_t model : {VCAM_K5, VCAM_K5C}) {
+        open(model, 7);
+        auto check = [&](const char *what, uint32_t id, int32_t ok, int32_t err) {
+            const uint32_t sends = vcam_call_count(camera(), VCAM_CALL_SEND);
+            if (ok)
+                EXPECT_EQ(sends, 0u) << what << " " << id << " succeeded although its command failed";
+            else
+                EXPECT_NE(err, QUORIN_SUCCESS) << what << " " << id;
+            vcam_trace_clear(camera());
+        };
+        uint32_t value[64], value2[128], count = 0;
+        std::vector<uint32_t> entries(QUORIN_MAX_LIST_ENTRIES);
+        vcam_trace_clear(camera());
+        vcam_fail_calls(camera(), VCAM_CALL_SEND, 1, 0, VCAM_ERR_INJECTED);
+        for (const GetRow &r : kGets) {
+            int32_t err = 0;
+            check("get", r.id, DEV_GetDeviceCaps(dev_, 0, r.id, r.sub, value, value2, &err), err);
+        }
+        for (const SetRow &r : kSets) {
+            int32_t err = 0;
+            check("set", r.id, DEV_SetDeviceCaps(dev_, 0, r.id, r.sub, r.value, r.value2, &err), err);
+        }
+        for (const ListRow &r : kLists) {
+            int32_t err = 0;
+            check("list", r.id, DEV_GetList(dev_, 0, r.id, r.sub, entries.data(), &count, &err), err);
+        }
+        vcam_clear_faults(camera());
     }
 }
