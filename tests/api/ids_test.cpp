@@ -569,3 +569,46 @@ TEST_F(EveryId, ALinkThatFailsIsNeverTakenForSuccess)
         vcam_clear_faults(camera());
     }
 }
+
+// With exposure control on, the exposure times (ids 5 and 127) follow the
+// shutter: the frame period at the frame rate, the exposure table's row,
+// or for a speed outside the table the period in microseconds (scaled as
+// the table's 1e-10 s units are, as the camera family does). The fine
+// lists take the column of the picture's width.
+TEST_F(EveryId, ExposureTimesAndFineListsFollowShutterAndWidth)
+{
+    struct Shutter {
+        uint32_t speed, exposureUs, exposureNs;
+    };
+    const Shutter shutters[] = {
+        {1000, 1000, 1000000}, {4000, 250, 249778}, {3333, 1000, 100}, {100000, 1000, 100}, {2000, 500, 499873},
+    };
+    struct Width {
+        uint32_t width, rates, firstRate, times, firstUs, timesNs, firstNs;
+    };
+    const Width widths[] = {
+        {1024, 166, 60, 166, 16806, 166, 16806206}, {896, 166, 60, 166, 16807, 166, 16806603},
+        {768, 166, 60, 166, 16807, 166, 16806619},   {640, 166, 60, 166, 16806, 166, 16806444},
+        {512, 166, 60, 166, 16806, 166, 16806397},   {384, 166, 60, 166, 16807, 166, 16806603},
+        {256, 166, 60, 166, 16807, 166, 16806683},   {128, 166, 60, 166, 16807, 166, 16806667},
+    };
+    open(VCAM_K5, 7);
+    ASSERT_EQ(set(QUORIN_CAP_EXPOSURE_ENABLE, 0).ok, 1);
+    for (const Shutter &s : shutters) {
+        ASSERT_EQ(set(QUORIN_CAP_SHUTTER, s.speed).ok, 1);
+        EXPECT_EQ(get(QUORIN_CAP_SHUTTER).value, s.speed);
+        EXPECT_EQ(get(QUORIN_CAP_EXPOSURE_US).value, s.exposureUs) << s.speed;
+        EXPECT_EQ(get(QUORIN_CAP_EXPOSURE_NS).value, s.exposureNs) << s.speed;
+    }
+    for (const Width &w : widths) {
+        ASSERT_EQ(set(QUORIN_CAP_RESOLUTION, w.width << 16 | 16).ok, 1);
+        const uint32_t ids[3] = {QUORIN_LIST_FINE_FRAME_RATES, QUORIN_LIST_FINE_EXPOSURE_US,
+                                 QUORIN_LIST_FINE_EXPOSURE_NS};
+        const uint32_t counts[3] = {w.rates, w.times, w.timesNs}, firsts[3] = {w.firstRate, w.firstUs, w.firstNs};
+        for (int i = 0; i < 3; ++i) {
+            const ListResult l = list(ids[i]);
+            ASSERT_EQ(l.entries.size(), counts[i]) << "width " << w.width << " list " << ids[i];
+            EXPECT_EQ(l.entries[0], firsts[i]) << "width " << w.width << " list " << ids[i];
+        }
+    }
+}
