@@ -612,3 +612,53 @@ TEST_F(EveryId, ExposureTimesAndFineListsFollowShutterAndWidth)
         }
     }
 }
+
+// The lists whose rows depend on how the camera came up: the mode of
+// command 69 (0 tables, 1 a preset's size, 2 the frame-time model) and the
+// firmware and sensor kind that choose the frame-rate tables. Each row:
+// DEV_GetList's count and first entry for lists 0, 1 and 11.
+TEST_F(EveryId, ListsFollowTheModeFirmwareAndSensor)
+{
+    struct Config {
+        uint32_t mode69, value69, firmware, sensorKind;
+        struct {
+            int32_t ok;
+            uint32_t count, first;
+        } lists[3];
+    };
+    const Config configs[] = {
+        {0, 0, 120, 2, {{1, 26, 60}, {1, 23, 1024u << 16 | 1024}, {1, 72, 60}}},
+        {2, 0, 120, 2, {{1, 1, 0}, {1, 23, 1024u << 16 | 1024}, {1, 72, 60}}}, // the rate not yet read
+        {1, 3, 120, 2, {{1, 26, 60}, {1, 1, 0xBBA}, {1, 72, 60}}},             // preset 3's size
+        {1, 25, 120, 2, {{1, 26, 60}, {0, 0, kKept}, {1, 72, 60}}},            // no preset 25
+        {0, 0, 107, 3, {{1, 26, 50}, {1, 23, 1024u << 16 | 1024}, {1, 73, 50}}},
+        {0, 0, 300, 3, {{1, 27, 50}, {1, 23, 1024u << 16 | 1024}, {1, 73, 50}}},
+    };
+    for (const Config &c : configs) {
+        VcamConfig cfg = config(VCAM_K5, 7);
+        cfg.mode69 = c.mode69;
+        cfg.value69 = c.value69;
+        cfg.firmwareVersion = c.firmware;
+        cfg.sensorKind = c.sensorKind;
+        open(cfg);
+        EXPECT_EQ(get(QUORIN_CAP_MODE_69).value, c.mode69); // read into the record
+        const uint32_t ids[3] = {QUORIN_LIST_FRAME_RATES, QUORIN_LIST_PICTURE_SIZES, QUORIN_LIST_EXT_SYNC_FRAME_RATES};
+        for (int i = 0; i < 3; ++i) {
+            std::vector<uint32_t> entries(QUORIN_MAX_LIST_ENTRIES, kKept);
+            uint32_t count = kKept;
+            int32_t err = 0;
+            EXPECT_EQ(DEV_GetList(dev_, 0, ids[i], 0, entries.data(), &count, &err), c.lists[i].ok);
+            EXPECT_EQ(count, c.lists[i].count) << "mode " << c.mode69 << " firmware " << c.firmware << " list " << ids[i];
+            EXPECT_EQ(entries[0], c.lists[i].first) << "mode " << c.mode69 << " firmware " << c.firmware;
+        }
+        DEV_CloseDevice(dev_, nullptr);
+    }
+    // Action 5 of command 145 waits a second and repeats the start-up
+    // status read, which sets the flag that id 16 reads.
+    ASSERT_EQ(set(QUORIN_CAP_ACTION_145, 5).ok, 0) << "the last camera is closed";
+    open(VCAM_K5, 7);
+    const CapResult action = set(QUORIN_CAP_ACTION_145, 5);
+    EXPECT_EQ(action.ok, 1);
+    EXPECT_EQ(action.err, QUORIN_SUCCESS);
+    EXPECT_EQ(get(QUORIN_CAP_ACTION_145).value, 1u);
+}
