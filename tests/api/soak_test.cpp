@@ -150,7 +150,12 @@ class Soak : public CapsTest {};
 TEST_F(Soak, TwoCamerasOnTwoThreads)
 {
     const double seconds = soakSeconds();
-    const uint32_t devs[2] = {open(VCAM_K5, 7), open(VCAM_K5C, 7)};
+    // Camera numbers of their own: on Windows the settings they save at
+    // close go to the one registry that the other tests read.
+    VcamConfig k5 = config(VCAM_K5, 7), k5c = config(VCAM_K5C, 7);
+    k5.cameraNumber = 901;
+    k5c.cameraNumber = 902;
+    const uint32_t devs[2] = {open(k5), open(k5c)};
     // Every buffer at its largest first (the library commits its buffers
     // whole, but the system lends the pages as they are first touched).
     for (const uint32_t dev : devs) {
@@ -168,12 +173,12 @@ TEST_F(Soak, TwoCamerasOnTwoThreads)
     const auto start = std::chrono::steady_clock::now();
     const auto end = start + std::chrono::milliseconds(static_cast<long>(seconds * 1000));
     Outcome outcomes[2];
-    std::thread k5(soak, devs[0], cams_[0]->get(), false, 1u, end, std::ref(outcomes[0]));
-    std::thread k5c(soak, devs[1], cams_[1]->get(), true, 2u, end, std::ref(outcomes[1]));
+    std::thread first(soak, devs[0], cams_[0]->get(), false, 1u, end, std::ref(outcomes[0]));
+    std::thread second(soak, devs[1], cams_[1]->get(), true, 2u, end, std::ref(outcomes[1]));
     std::this_thread::sleep_until(start + std::chrono::milliseconds(static_cast<long>(seconds * 100)));
     const size_t heapBefore = heapInUse(), before = residentBytes();
-    k5.join();
-    k5c.join();
+    first.join();
+    second.join();
     const size_t heapAfter = heapInUse(), after = residentBytes();
     for (const Outcome &o : outcomes) {
         EXPECT_EQ(o.failure, "");
