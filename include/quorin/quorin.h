@@ -59,7 +59,7 @@ enum {
     QUORIN_ERR_NO_DATA          = 10,  /**< the requested stored data is not available on the camera */
     QUORIN_ERR_NOT_ALLOWED      = 11,  /**< not allowed in the camera's present mode or configuration */
     QUORIN_ERR_GAIN_FILE_READ   = 16,  /**< the pixel-gain file or its folder could not be read */
-    QUORIN_ERR_GAIN_FILE_WRITE  = 17,  /**< the pixel-gain file could not be written */
+    QUORIN_ERR_GAIN_FILE_WRITE  = 17,  /**< a settings file could not be written (see DEV_CloseDevice) */
     QUORIN_ERR_NOT_SUPPORTED    = 21,  /**< not supported by this camera model, firmware or link */
     QUORIN_ERR_NOT_OPEN         = 103, /**< the device number names no open camera */
     QUORIN_ERR_NO_FREE_ENTRY    = 105, /**< no free interface entry or device slot */
@@ -337,7 +337,10 @@ QUORIN_API int32_t DEV_OpenDevice(uint32_t interfaceCode, const InterfaceTable *
                        uint32_t *outDeviceNo, int32_t *err);
 
 /** Returns the camera to live mode, saves its settings, frees its buffers
- *  and closes its link. Fails with 2 or 103 (not open). */
+ *  and closes its link. Fails with 2 or 103 (not open). Otherwise the slot
+ *  is freed and 1 returned; err then holds 17 when the free curves or the
+ *  registry settings could not be stored (and the link reported no failure
+ *  of its own), so that no setting is lost without a word. */
 QUORIN_API int32_t DEV_CloseDevice(uint32_t deviceNo, int32_t *err);
 
 /** Reads one capability (QUORIN_CAP_...): value receives the main result,

@@ -4,6 +4,7 @@ import contextlib
 import ctypes
 import threading
 import time
+import warnings
 import weakref
 
 import numpy as np
@@ -36,14 +37,21 @@ def _depth(bits):
     return bits
 
 
+_SETTINGS_NOT_SAVED = 17
+
+
 def _release(dll, lock, device_no, virtual):
     """Closes a camera that was never closed explicitly (garbage collection
-    or interpreter exit); errors cannot be reported here."""
+    or interpreter exit); nothing can be raised here, so settings that could
+    not be saved are reported as a warning."""
     err = c_i32(0)
     with lock:
         dll.DEV_CloseDevice(device_no, byref(err))
     if virtual is not None:
         virtual.destroy()
+    if err.value == _SETTINGS_NOT_SAVED:
+        warnings.warn(str(QuorinError(err.value, "DEV_CloseDevice", "the camera's settings were not saved")),
+                      RuntimeWarning, stacklevel=2)
 
 
 class _Layout:
@@ -144,7 +152,9 @@ class Camera:
     def close(self):
         """Closes the device: the library returns the camera to live mode and
         saves its settings. A virtual camera is destroyed afterwards. Closing
-        twice does nothing."""
+        twice does nothing. Raises QuorinError with code 17 when the camera
+        was closed but its settings could not be stored (for example in a
+        home folder the user cannot write)."""
         with self._lock:
             if self._closed:
                 return
@@ -159,6 +169,8 @@ class Camera:
                     self.virtual.destroy()
             if not ok:
                 raise QuorinError(err.value, "DEV_CloseDevice")
+            if err.value == _SETTINGS_NOT_SAVED:
+                raise QuorinError(err.value, "DEV_CloseDevice", "the camera is closed, but its settings were not saved")
 
     def _invoke(self, function, *args):
         """Calls an export with the device's arguments and a status word;
@@ -207,12 +219,19 @@ class Camera:
         ``value`` is encoded as the name table says: a (width, height) tuple
         for sizes, an :class:`~quorin.names.ImageOutput` or 3-tuple for
         "image-output", a signed int for "signed-offset", a (value, value2)
-        tuple where the id takes two words; a plain int is the raw value.
+        tuple where the id takes two words; a plain int is the raw value
+        (for sizes only a packed width << 16 | height on the sensor). A
+        string is read in the quorin tool's notation: "512x256", "1/4000",
+        "gamma-0.7", "frames,500", "on". A value of the wrong type or shape
+        raises TypeError or ValueError before the library is called.
         """
         ident, entry = _names.capability(capability)
         if entry is not None and "s" not in entry.access:
             raise ValueError("capability %r can only be read" % entry.name)
-        value, value2 = _names.encode(entry.set_kind if entry else "int", value)
+        try:
+            value, value2 = _names.encode_setting(ident, entry.set_kind if entry else "int", value)
+        except (TypeError, ValueError) as refused:
+            raise type(refused)("%s: %s" % (entry.name if entry else "capability %d" % ident, refused)) from None
         with self._lock:
             self._live_layout = None
             self._invoke("DEV_SetDeviceCaps", self.device_number, 0, ident, sub_index, value, value2)

@@ -19,7 +19,10 @@ Value kinds:
 ``none``      the call writes no value (a refresh); returns None
 """
 
+import operator
 from collections import namedtuple
+
+from . import notation
 
 ImageOutput = namedtuple("ImageOutput", "demosaic raw_bayer shift")
 ImageOutput.__doc__ = """Capability "image-output": demosaic method (1 stores colour pixels
@@ -257,9 +260,18 @@ def _to_sign_magnitude(number, bits):
 SENSOR_SIDE = 1024
 
 
+def _integer(number, what="a value"):
+    """An int from an int-like value (numpy integers too); floats, None and
+    the like are refused rather than cut to an int."""
+    try:
+        return operator.index(number)
+    except TypeError:
+        raise TypeError("%s must be an integer, not %r" % (what, number)) from None
+
+
 def pack_size(width, height):
     """width << 16 | height; a picture lies on the 1024 x 1024 sensor."""
-    width, height = int(width), int(height)
+    width, height = _integer(width, "a width"), _integer(height, "a height")
     if not (1 <= width <= SENSOR_SIDE and 1 <= height <= SENSOR_SIDE):
         raise ValueError("size %dx%d is not on the %dx%d sensor" % (width, height, SENSOR_SIDE, SENSOR_SIDE))
     return width << 16 | height
@@ -294,7 +306,7 @@ def decode(kind, value, value2):
 def _word(number):
     if isinstance(number, bool):
         return int(number)
-    number = int(number)
+    number = _integer(number)
     if not 0 <= number <= _U32:
         raise ValueError("%d does not fit an unsigned 32-bit value" % number)
     return number
@@ -312,18 +324,36 @@ def encode(kind, value):
             if len(value) != 2:
                 raise ValueError("expected a size (width, height), not %r" % (value,))
             return pack_size(*value), 0
-        return _word(value), 0
+        word = _word(value)
+        # A packed word is taken when it names a size on the sensor; a
+        # lone number such as 512 is not a size.
+        if notation.parse_size("%dx%d" % unpack_size(word)) != word:
+            raise ValueError("expected a size (width, height) or 'WxH', e.g. '512x256'; %r is not one" % (value,))
+        return word, 0
     if kind == "output":
         if isinstance(value, (tuple, list)) and len(value) == 3:
-            demosaic, raw, shift = (int(v) for v in value)
+            demosaic, raw, shift = (_integer(v) for v in value)
             if not all(0 <= v <= 0xFF for v in (demosaic, raw, shift)):
                 raise ValueError("image-output fields are bytes: %r" % (value,))
             return demosaic << 16 | raw << 8 | shift, 0
         return _word(value), 0
     if kind == "signed" and not isinstance(value, (tuple, list)):
-        return _to_sign_magnitude(int(value), 32), 0
+        return _to_sign_magnitude(_integer(value), 32), 0
     if isinstance(value, (tuple, list)):
         if len(value) != 2:
             raise ValueError("expected a value or a (value, value2) pair, not %r" % (value,))
         return _word(value[0]), _word(value[1])
     return _word(value), 0
+
+
+def encode_setting(ident, kind, value):
+    """(value, value2) for capability ``ident``: a text in the quorin tool's
+    notation for the id (see :mod:`quorin.notation`), or a Python value of
+    ``kind`` as :func:`encode` takes it. Refuses what fits neither with
+    TypeError or ValueError."""
+    if isinstance(value, str):
+        return notation.parse(notation.format_of(ident), value)
+    if isinstance(value, (bytes, float, complex)) or value is None:
+        raise TypeError("expected %s, as text or a number, not %r"
+                        % (notation.hint(notation.format_of(ident)), value))
+    return encode(kind, value)

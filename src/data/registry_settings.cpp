@@ -98,17 +98,18 @@ std::uint32_t loadSettings(std::uint32_t deviceNo)
     return all ? 1 : 0;
 }
 
-void saveSettings(std::uint32_t deviceNo)
+bool saveSettings(std::uint32_t deviceNo)
 {
     DeviceRecord &rec = device(deviceNo);
     char path[64];
     cameraKeyPath(rec, path);
     platform::RegistryKey key = nullptr;
     if (!platform::registryCreateKey(path, &key))
-        return;
+        return false;
+    bool all = true;
     for (const StoredValue &v : kValues)
-        platform::registrySetValue(key, v.name, v.type, field(rec, v), kGroupSize[v.group]);
-    platform::registryCloseKey(key);
+        all = platform::registrySetValue(key, v.name, v.type, field(rec, v), kGroupSize[v.group]) && all;
+    return platform::registryCloseKey(key) && all;
 }
 
 void applyDefaultSettings(DeviceRecord &rec)

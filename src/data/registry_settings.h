@@ -11,8 +11,8 @@ struct DeviceRecord;
 
 // Reads the 20 values into the record; 1 only when all 20 were read.
 std::uint32_t loadSettings(std::uint32_t deviceNo);
-// Writes the 20 values; failures go unnoticed.
-void saveSettings(std::uint32_t deviceNo);
+// Writes the 20 values; false when any of them could not be stored.
+bool saveSettings(std::uint32_t deviceNo);
 // The values a camera gets when its settings cannot be loaded.
 void applyDefaultSettings(DeviceRecord &rec);
 

@@ -99,16 +99,23 @@ void loadFreeLut(std::uint32_t deviceNo)
             return;
 }
 
-void saveFreeLut(std::uint32_t deviceNo)
+bool saveFreeLut(std::uint32_t deviceNo)
 {
-    std::string folder = settingsFolder();
-    if (folder.empty() || !platform::isDirectory(folder) || !freeLutsAllocated(deviceNo))
-        return;
+    if (!freeLutsAllocated(deviceNo))
+        return true;
     std::uint16_t curves[3 * kLutEntries];
+    bool identity = true;
     for (int ch = 0; ch < 3; ++ch)
-        for (std::size_t i = 0; i < kLutEntries; ++i)
+        for (std::size_t i = 0; i < kLutEntries; ++i) {
             curves[ch * kLutEntries + i] = g_state.buffers.freeLut[ch][deviceNo][i];
-    platform::replaceFile(freeLutPath(folder, device(deviceNo).cameraNumber), curves, sizeof curves);
+            identity = identity && curves[ch * kLutEntries + i] == i;
+        }
+    // The curves are never the reason to create the folder; only curves
+    // that would be lost without it make the save fail.
+    std::string folder = settingsFolder();
+    if (folder.empty() || !platform::isDirectory(folder))
+        return identity;
+    return platform::replaceFile(freeLutPath(folder, device(deviceNo).cameraNumber), curves, sizeof curves);
 }
 
 } // namespace quorin

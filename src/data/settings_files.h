@@ -14,9 +14,12 @@ namespace quorin {
 std::uint32_t loadPixelGain(std::uint32_t deviceNo, std::int32_t *err);
 // Writes gainTableB, creating the folder when needed: 1, or 17.
 std::uint32_t savePixelGain(std::uint32_t deviceNo, std::int32_t *err);
-// Fill / write the three free curves; nothing is reported.
+// Fills the three free curves; a missing or short file is not reported.
 void loadFreeLut(std::uint32_t deviceNo);
-void saveFreeLut(std::uint32_t deviceNo);
+// Writes the three free curves when the settings folder exists. False when
+// the file could not be written, or when curves other than the identity
+// have no folder to go to.
+bool saveFreeLut(std::uint32_t deviceNo);
 
 // The settings folder, ending in a separator; empty when the system does
 // not name an application-data folder.

@@ -174,13 +174,17 @@ extern "C" int32_t DEV_CloseDevice(uint32_t deviceNo, int32_t *err)
     CommandReply reply{};
     link::sendCommand(deviceNo, &powerDown, &reply, err);
 
-    saveFreeLut(deviceNo);
+    bool saved = saveFreeLut(deviceNo);
     releaseDeviceBuffers(deviceNo);
-    saveSettings(deviceNo);
+    saved = saveSettings(deviceNo) && saved;
 
     InterfaceTable &entry = g_state.interfaces[index];
     if (entry.Close != nullptr)
         entry.Close(rec.linkHandle, err);
+    // The slot is freed all the same; a setting that could not be stored is
+    // reported unless the link already reported a failure of its own.
+    if (!saved && *err == QUORIN_SUCCESS)
+        *err = QUORIN_ERR_GAIN_FILE_WRITE;
 
     std::memset(&rec, 0, sizeof rec);
     entry.refCount = static_cast<std::int32_t>(static_cast<std::uint32_t>(entry.refCount) - 1u);

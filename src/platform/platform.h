@@ -83,7 +83,9 @@ bool registryQueryValue(RegistryKey key, const char *name, std::uint32_t *type, 
 bool registrySetValue(RegistryKey key, const char *name, std::uint32_t type,
                       const std::uint8_t *data, std::uint32_t size);
 // Closes the key; changes made through it are stored for good by then.
-void registryCloseKey(RegistryKey key);
+// False when they could not be stored (a key opened for reading, or one
+// without changes, closes with true).
+bool registryCloseKey(RegistryKey key);
 
 // ---- Files and folders ---------------------------------------------------
 

@@ -338,29 +338,30 @@ bool registrySetValue(RegistryKey key, const char *name, std::uint32_t type, con
     }
 }
 
-void registryCloseKey(RegistryKey key)
+bool registryCloseKey(RegistryKey key)
 {
     std::unique_ptr<OpenKey> k(static_cast<OpenKey *>(key));
     if (!k || !k->writable)
-        return; // reading never writes the file
+        return true; // reading never writes the file
     try {
         // A created key is kept even without values, as the system registry keeps it.
         bool damaged = false;
         RegistryDocument doc = loadRegistry(&damaged);
         if (doc.exists(k->path) && k->changes.empty())
-            return;
+            return true;
         RegistryFileKey &target = doc.findOrCreate(k->path);
         for (auto &v : k->changes)
             target.set(std::move(v));
         std::string folder = registryFolder();
         if (folder.empty() || !makeDirectories(folder))
-            return;
+            return false;
         const std::string file = folder + "/registry.reg";
         if (damaged) // keep what could not be read, rather than write over it
             std::rename(file.c_str(), (file + ".damaged").c_str());
         std::string text = doc.serialise();
-        replaceFile(file, text.data(), text.size());
+        return replaceFile(file, text.data(), text.size());
     } catch (...) {
+        return false;
     }
 }
 

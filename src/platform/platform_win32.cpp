@@ -110,10 +110,9 @@ bool registrySetValue(RegistryKey key, const char *name, std::uint32_t type, con
     return RegSetValueExA(static_cast<HKEY>(key), name, 0, type, data, size) == ERROR_SUCCESS;
 }
 
-void registryCloseKey(RegistryKey key)
+bool registryCloseKey(RegistryKey key)
 {
-    if (key != nullptr)
-        RegCloseKey(static_cast<HKEY>(key));
+    return key == nullptr || RegCloseKey(static_cast<HKEY>(key)) == ERROR_SUCCESS;
 }
 
 std::string localAppDataFolder()

@@ -112,3 +112,35 @@ TEST_F(FrameData, RefusalsAndTheElevenHeadersOfLinkTypeTwo)
     EXPECT_EQ(sent().back().p1, 11u) << "at least 11 headers on link type 2";
     ASSERT_EQ(read(QUORIN_DATA_TIME_STAMPS, 1, 2048, buffer.data(), &err), 1u);
 }
+
+// Firmware 108 to 116 stamps a frame at its end: one frame period is added,
+// and a stamp that reaches the next second carries up to the day.
+TEST_F(FrameData, FirmwareThatStampsAtTheFrameEndAddsOnePeriod)
+{
+    struct Row {
+        uint32_t frame, day;
+        uint8_t hour, minute, second;
+        uint32_t microsecond;
+    };
+    const Row rows[] = {
+        {1, 200, 23, 59, 58, 501000},
+        {500, 200, 23, 59, 59, 0},
+        {1500, 201, 0, 0, 0, 0},
+    };
+    VcamConfig cfg = config(VCAM_K5, 7);
+    cfg.firmwareVersion = 110;
+    open(cfg);
+    ASSERT_EQ(set(QUORIN_CAP_FRAME_RATE, 1000).ok, 1);
+    ASSERT_EQ(set(QUORIN_CAP_CAMERA_MODE, 1).ok, 1);
+    ASSERT_EQ(get(QUORIN_CAP_FRAME_RATE).value, 1000u);
+    for (const Row &r : rows) {
+        Time t{};
+        int32_t err = 0;
+        ASSERT_EQ(read(QUORIN_DATA_TIME_STAMPS, r.frame, 1, &t, &err), 1u) << r.frame;
+        EXPECT_EQ(t.day, r.day) << r.frame;
+        EXPECT_EQ(t.hour, r.hour) << r.frame;
+        EXPECT_EQ(t.minute, r.minute) << r.frame;
+        EXPECT_EQ(t.second, r.second) << r.frame;
+        EXPECT_EQ(t.microsecond, r.microsecond) << r.frame;
+    }
+}

@@ -198,3 +198,22 @@ TEST(Commands, ConventionsAndMessagesAsAUserReadsThem)
     const ToolResult viaEnvironment = ws.run({"--host-arg", "10759", "get", "camera-number"});
     EXPECT_EQ(viaEnvironment.out, "camera-number (12): 7\n") << viaEnvironment.err;
 }
+
+TEST(Commands, SettingsThatCannotBeSavedFailTheRun)
+{
+    // A file where the configuration folder should be: nothing can be
+    // created below it, whoever runs the test.
+    Workspace ws;
+    std::FILE *f = std::fopen(ws.file("config").c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    const std::vector<std::string> runs[] = {
+        {"--camera", "virtual:k5", "lut", "user", "--gamma", "0.5"},
+        {"--camera", "virtual:k5", "set", "pixel-gain", "off"},
+    };
+    for (const auto &args : runs) {
+        const ToolResult r = ws.run(args);
+        EXPECT_EQ(r.status, 1) << args[2] << "\n" << r.out << r.err;
+        EXPECT_TRUE(contains(r.err, "the camera's settings could not be saved")) << r.err;
+    }
+}

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -208,4 +209,41 @@ TEST(ValuesOutputNames, BadPatternsAndFoldersAreRefused)
     EXPECT_THROW(checkOutputPattern(ws.file("run%d/a.png"), "", 2), UsageError);
     EXPECT_THROW(checkOutputPattern(ws.file("plain-file/a_%d.png"), "", 2), UsageError);
     EXPECT_THROW(checkOutputFile(ws.file("plain-file/stamps.csv"), "CSV"), UsageError);
+}
+
+// The table of notations the Python binding reads with the same results.
+TEST(ValuesNotation, TheSharedTableOfNotations)
+{
+    const std::pair<const char *, Format> formats[] = {
+        {"plain", Format::Plain},       {"plain-pair", Format::PlainPair},
+        {"hex", Format::Hex},           {"fps", Format::Fps},
+        {"size", Format::Size},         {"size-pair", Format::SizePair},
+        {"position", Format::Position}, {"shutter", Format::Shutter},
+        {"us", Format::Microseconds},   {"ns", Format::Nanoseconds},
+        {"on-off", Format::OnOff},      {"camera-mode", Format::CameraMode},
+        {"trigger", Format::Trigger},   {"trigger-counts", Format::TriggerCounts},
+        {"lut-mode", Format::LutMode},  {"colour-temperature", Format::ColourTemperature},
+        {"pixel-gain", Format::PixelGain}, {"signed", Format::SignedOffset},
+    };
+    std::ifstream in(QUORIN_NOTATION_CASES);
+    const std::regex row(R"(^([a-z-]+) \| (.*) \| (refused|(\w+) (\w+))$)");
+    std::string line;
+    int rows = 0;
+    while (std::getline(in, line)) {
+        std::smatch m;
+        if (line.empty() || line[0] == '#')
+            continue;
+        ASSERT_TRUE(std::regex_match(line, m, row)) << line;
+        const auto *f = std::find_if(std::begin(formats), std::end(formats), [&](auto &p) { return m[1] == p.first; });
+        ASSERT_NE(f, std::end(formats)) << line;
+        ++rows;
+        if (m[3] == "refused") {
+            EXPECT_THROW(parseValue(f->second, m[2].str()), UsageError) << line;
+            continue;
+        }
+        const Value v = parseValue(f->second, m[2].str());
+        EXPECT_EQ(v.value, std::stoul(m[4].str(), nullptr, 0)) << line;
+        EXPECT_EQ(v.value2, std::stoul(m[5].str(), nullptr, 0)) << line;
+    }
+    EXPECT_GT(rows, 40);
 }

@@ -218,3 +218,33 @@ def test_value_words():
     for kind, bad in (("int", -1), ("int", 1 << 32), ("size", (70000, 1)), ("pair", (1, 2, 3))):
         with pytest.raises(ValueError):
             names.encode(kind, bad)
+
+
+# ---- One notation with the tool -------------------------------------------------
+
+def test_notation_is_the_tools():
+    from quorin import notation
+    # The shared table of texts and the words they give.
+    for line in (SOURCE_DIR / "tests" / "notation_cases.txt").read_text().splitlines():
+        if not line or line.startswith("#"):
+            continue
+        fmt, text, expected = line.split(" | ")
+        if expected == "refused":
+            with pytest.raises(ValueError, match="expected"):
+                notation.parse(fmt, text)
+        else:
+            assert notation.parse(fmt, text) == tuple(int(w, 0) for w in expected.split()), line
+    # Each capability's format and each format's names, as the tool's tables give them.
+    camel = {"Microseconds": "us", "Nanoseconds": "ns", "SignedOffset": "signed"}
+    tool = (SOURCE_DIR / "tools" / "cli" / "names.cpp").read_text()
+    caps = header_constants(HEADER, "QUORIN_CAP_")
+    formats = {caps[m.group(1)] + int(m.group(2) or 0):
+               camel.get(m.group(3)) or re.sub(r"(?<!^)([A-Z])", r"-\1", m.group(3)).lower()
+               for m in re.finditer(r'\{"[\w-]+", QUORIN_CAP_(\w+)(?: \+ (\d))?, \d+, Format::(\w+)', tool)}
+    assert len(formats) > 80 and notation.FORMATS == formats
+    values = (SOURCE_DIR / "tools" / "cli" / "values.cpp").read_text()
+    blocks = {"kLutModes": "lut-mode", "kColourTemperatures": "colour-temperature", "kCameraModes": "camera-mode",
+              "kTriggers": "trigger", "kPixelGainModes": "pixel-gain", "kOnOff": "on-off"}
+    for m in re.finditer(r"constexpr NamedValue (\w+)\[\] = \{(.*?)\};", values, re.S):
+        pairs = tuple((n, int(v, 0)) for n, v in re.findall(r'\{"([^"]+)", (0x[0-9A-Fa-f]+|\d+)u?\}', m.group(2)))
+        assert notation.NAMED[blocks[m.group(1)]] == pairs, m.group(1)

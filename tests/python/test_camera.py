@@ -147,6 +147,41 @@ class TestCapabilities:
             assert caught.value.meaning == quorin.error_meaning(code)
 
 
+    def test_the_tools_notation_and_refusals_before_the_call(self, k5c):
+        before = {c: k5c.get(c) for c in ("resolution", "lut-mode", "frame-rate", "shutter", "trigger-counts",
+                                          "signed-offset")}
+        try:
+            for capability, text, read in (("resolution", "512x256", (512, 256)), ("lut-mode", "gamma-0.7", 2),
+                                           ("frame-rate", "2000 fps", 2000), ("shutter", "1/4000", 4000),
+                                           ("trigger-counts", "4,3", (4, 3)), ("signed-offset", "-5", -5)):
+                k5c.set(capability, text)
+                assert k5c.get(capability) == read, capability
+            commands = len(k5c.virtual.commands())
+            for capability, value, error, words in (
+                    ("resolution", 512, ValueError, "512x256"), ("resolution", None, TypeError, "WxH"),
+                    ("shutter", "1/4000.5", ValueError, "1/N"), ("shutter", 0.5, TypeError, "1/N"),
+                    ("lut-mode", "gamma-7", ValueError, "gamma-0.7"), ("trigger-mode", "frames,", ValueError, ""),
+                    ("frame-rate", b"2000", TypeError, "frames per second"), ("resolution", (512.0, 256), TypeError,
+                                                                              "integer")):
+                with pytest.raises(error, match=words) as caught:
+                    k5c.set(capability, value)
+                assert str(caught.value).startswith(capability + ":")
+            assert len(k5c.virtual.commands()) == commands, "nothing reached the camera"
+            assert k5c.get("resolution") == (512, 256)
+        finally:
+            for capability, value in before.items():
+                k5c.set(capability, value)
+
+    def test_settings_that_cannot_be_saved_raise_at_close(self, lib, tmp_path, monkeypatch):
+        (tmp_path / "config").write_text("a file where the folder should be")
+        monkeypatch.setenv("XDG_CONFIG_HOME", str(tmp_path / "config"))
+        cam = open_virtual("k5")
+        cam.set("pixel-gain", "off")
+        with pytest.raises(quorin.QuorinError, match="settings were not saved") as caught:
+            cam.close()
+        assert caught.value.code == 17 and cam.closed
+
+
 class TestLists:
     def test_lists_by_name_and_number(self, either):
         rates = either.list("frame-rates")

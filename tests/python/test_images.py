@@ -274,5 +274,7 @@ class TestDeviceData:
         try:
             k5c.set_free_lut("g", curve)
             assert np.array_equal(k5c.list("free-lut-g"), curve)
+            # A curve that has no settings folder to go to fails the close.
+            k5c.set_free_lut("g", np.arange(1024))
         finally:
             k5c.set("lut-mode", mode)

@@ -190,6 +190,11 @@ void CameraSession::close()
             releaseLocked();
             throw CliError("could not close the camera: " + describeError(err));
         }
+        if (err == QUORIN_ERR_GAIN_FILE_WRITE) {
+            releaseLocked();
+            throw CliError("the camera's settings could not be saved (is the configuration folder writable?): " +
+                           describeError(err));
+        }
     }
     releaseLocked();
 }

@@ -26,7 +26,7 @@ constexpr ErrorWords kErrorWords[] = {
     {QUORIN_ERR_NO_DATA, "the requested stored data is not available on the camera"},
     {QUORIN_ERR_NOT_ALLOWED, "not allowed in the camera's present mode or configuration"},
     {QUORIN_ERR_GAIN_FILE_READ, "the pixel-gain file or its folder could not be read"},
-    {QUORIN_ERR_GAIN_FILE_WRITE, "the pixel-gain file could not be written"},
+    {QUORIN_ERR_GAIN_FILE_WRITE, "a settings file (pixel gain, free curves or the registry) could not be written"},
     {QUORIN_ERR_NOT_SUPPORTED, "not supported by this camera model, firmware or link"},
     {QUORIN_ERR_NOT_OPEN, "the device number names no open camera"},
     {QUORIN_ERR_NO_FREE_ENTRY, "no free interface entry or device slot"},
