@@ -157,9 +157,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const InterfaceTable t = table(g_type);
     std::uint32_t dev = 0;
     std::int32_t err = 0;
-    if (DEV_OpenDevice(g_type, &t, 1, &dev, &err) == 1) {
+    if (DEV_OpenDevice(g_type, &t, 1, &dev, &err) == 1)
         runExports(ops, dev, kOperationsPerRun);
-        DEV_CloseDevice(dev, &err);
-    }
+    closeAll();
     return 0;
 }
