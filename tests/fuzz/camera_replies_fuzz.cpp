@@ -23,9 +23,14 @@ std::uint16_t g_lastCode = 0; // the command code of the last frame sent
 std::uint8_t *g_armed = nullptr;
 std::uint32_t g_armedLength = 0;
 
+// Links opened and not closed: no call may reach a closed link.
+int g_openLinks = 0;
+
 // One in eight calls fails, as the input says.
 bool fails(std::int32_t *err)
 {
+    if (g_openLinks <= 0)
+        std::abort(); // a host call after the close
     if ((g_in.byte() & 7) != 7)
         return false;
     *err = kLinkError;
@@ -65,10 +70,16 @@ void noteCommand(const std::uint8_t *data, std::uint32_t length)
 std::int32_t linkOpen(std::uint32_t, std::uint32_t *handle, std::int32_t *err)
 {
     *handle = 1;
-    return (g_in.byte() & 31) == 31 ? (*err = kLinkError, 0) : 1;
+    if ((g_in.byte() & 31) == 31) {
+        *err = kLinkError;
+        return 0;
+    }
+    ++g_openLinks;
+    return 1;
 }
 std::int32_t linkClose(std::uint32_t, std::int32_t *)
 {
+    --g_openLinks;
     return 1;
 }
 std::int32_t linkSend(std::uint32_t, const std::uint8_t *data, std::uint32_t length, std::int32_t *err)
@@ -157,9 +168,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const InterfaceTable t = table(g_type);
     std::uint32_t dev = 0;
     std::int32_t err = 0;
-    if (DEV_OpenDevice(g_type, &t, 1, &dev, &err) == 1) {
+    if (DEV_OpenDevice(g_type, &t, 1, &dev, &err) == 1)
         runExports(ops, dev, kOperationsPerRun);
-        DEV_CloseDevice(dev, &err);
-    }
+    closeAll();
+    if (g_openLinks != 0)
+        std::abort(); // a link the library opened and never closed
     return 0;
 }

@@ -98,7 +98,7 @@ inline void runExports(FuzzInput &in, std::uint32_t dev, int count)
         const std::uint8_t op = in.byte();
         const std::uint32_t id = (op & 0x80) ? in.word() : in.byte();
         const std::uint32_t sub = fuzzValue(in);
-        switch (op % 13) {
+        switch (op % 14) {
         case 0:
             DEV_GetDeviceCaps(dev, 0, id, sub, orNull(in, b.value), orNull(in, b.value2), orNull(in, &err));
             break;
@@ -138,9 +138,23 @@ inline void runExports(FuzzInput &in, std::uint32_t dev, int count)
         case 11:
             DEV_TransferLiveImageCache(dev, 0, orNull(in, b.image.data()), reinterpret_cast<std::uint32_t *>(&err));
             break;
-        default: // the camera mode, which most exports depend on
+        case 12: // the camera mode, which most exports depend on
             DEV_SetDeviceCaps(dev, 0, QUORIN_CAP_CAMERA_MODE, 0, id & 1, 0, &err);
+            break;
+        default: // a second open without a table (the entry of its code is used), or a close
+            if (id & 1)
+                DEV_OpenDevice(id >> 1 & 7, nullptr, sub, orNull(in, &n), &err);
+            else
+                DEV_CloseDevice(id >> 1 & 127, &err);
             break;
         }
     }
+}
+
+// Closes every slot the run left open.
+inline void closeAll()
+{
+    std::int32_t err = 0;
+    for (std::uint32_t d = 0; d < QUORIN_MAX_DEVICES; ++d)
+        DEV_CloseDevice(d, &err);
 }

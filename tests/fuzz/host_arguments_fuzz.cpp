@@ -36,7 +36,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     // A small picture keeps runs short; the input may set any other.
     DEV_SetDeviceCaps(dev, 0, QUORIN_CAP_RESOLUTION, 0, 64u << 16 | 32, 0, &err);
     runExports(in, dev, kOperationsPerRun);
-    if (DEV_CloseDevice(dev, &err) != 1)
-        std::abort();
+    closeAll();
     return 0;
 }

@@ -8,8 +8,11 @@
 #include "platform/test_hooks.h"
 #include "vcam/vcam.h"
 
-#include <memory>
+#include <algorithm>
+#include <iterator>
 #include <set>
+#include <tuple>
+#include <vector>
 
 namespace {
 
