@@ -4,25 +4,24 @@
 
 #include "caps_fixture.h"
 
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 inline constexpr uint32_t kKept = 0xDEADBEEF;
 
 // The cameras keep camera number 1. On Windows its settings outlive the
-// test in the registry and the settings folder: each test starts without
-// the files and leaves the stored settings at their defaults.
+// test in the registry and the settings folder: each test starts and ends
+// without the folder (as the unit tests of the files do; a pixel-gain save
+// creates it, and later closes would keep their curves in it) and leaves
+// the stored settings at their defaults.
 class EveryId : public CapsTest {
 protected:
     void SetUp() override
     {
         CapsTest::SetUp();
-#ifdef _WIN32
-        if (const char *base = std::getenv("LOCALAPPDATA"))
-            for (const char *name : {"PixelGainData_VELTA_001_1.gdf", "FreeLUTData_VELTA_0001.pal"})
-                std::remove((std::string(base) + "\\Kavrion\\QELMAR\\" + name).c_str());
-#endif
+        removeSettingsFolder();
     }
     void TearDown() override
     {
@@ -37,5 +36,17 @@ protected:
                     DEV_SetDeviceCaps(d, 0, id, 0, 16, 0, &err);
             }
         CapsTest::TearDown();
+        removeSettingsFolder();
+    }
+    static void removeSettingsFolder()
+    {
+#ifdef _WIN32
+        if (const char *base = std::getenv("LOCALAPPDATA")) {
+            std::error_code error;
+            std::filesystem::remove_all(std::string(base) + "\\Kavrion\\QELMAR", error);
+            if (error)
+                ADD_FAILURE() << "the settings folder could not be removed: " << error.message();
+        }
+#endif
     }
 };

@@ -29,7 +29,7 @@ TEST_F(EveryId, DeviceData)
         {QUORIN_DATA_LUT_SETTINGS, 3, 0, 1, QUORIN_SUCCESS, 76, 98256, {}, {}},  // gain 2
         {QUORIN_DATA_LUT_SETTINGS, 4, 0, 1, QUORIN_SUCCESS, 76, 98304, {}, {}},  // gain 4
         {QUORIN_DATA_LUT_SETTINGS, 5, 0, 1, QUORIN_SUCCESS, 76, 98466, {}, {}},  // negative
-        {QUORIN_DATA_LUT_SETTINGS, 11, 0, 1, QUORIN_SUCCESS, 76, 98208, {}, {}}, // the user's, identity at first
+        {QUORIN_DATA_LUT_SETTINGS, 11, 0, 1, QUORIN_SUCCESS, 76, 98208, {}, {}}, // the user's, set to preset 1
         {QUORIN_DATA_LUT_SETTINGS, 7, 0, 0, QUORIN_ERR_OUT_OF_RANGE, kKept, 0, {}, {}},
         {QUORIN_DATA_GAIN_TABLES, 1, 0, 1, kept, 2097152, 1044381696ull, {}, {}}, // the camera's table
         {QUORIN_DATA_GAIN_TABLES, 2, 0, 1, kept, 2097152, 1045430272ull, {}, {}}, // 997 everywhere
@@ -70,6 +70,11 @@ TEST_F(EveryId, DeviceData)
         get(QUORIN_CAP_RESOLUTION);
         int32_t err = 0;
         ASSERT_EQ(DEV_TransferLiveImage(dev_, 0, 8, buffer.data(), &err), 1); // a picture for the probe
+        // The user's setting as preset 1 (on Windows the registry may hold
+        // another test's).
+        uint32_t lutSize = 0;
+        ASSERT_EQ(DEV_GetData(dev_, 0, QUORIN_DATA_LUT_SETTINGS, 1, 0, buffer.data(), &lutSize, &err), 1u);
+        ASSERT_EQ(DEV_SetData(dev_, 0, QUORIN_DATA_LUT_SETTINGS, 11, 0, buffer.data(), 0, &err), 1u);
         for (const Read &r : reads) {
             std::fill(buffer.begin(), buffer.end(), 0xEE);
             uint32_t size = kKept;
