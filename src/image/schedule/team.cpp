@@ -3,6 +3,7 @@
 #include "platform/platform.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
@@ -38,7 +39,43 @@ struct State {
     bool stopping = false;
     std::atomic<uint32_t> size{0};     // 0: the default
     std::atomic<uint32_t> running{0};  // jobs of several threads being run
+    // A busy host: jobs left to run on their caller alone, and how many the
+    // last sign of a busy host earned (doubled while the host stays busy).
+    std::atomic<uint32_t> alone{0};
+    std::atomic<uint32_t> backoff{0};
 };
+
+// On a host whose own threads keep the cores busy, a helper that took part
+// of a job may lose its core for a whole time slice, and the caller waits
+// for it at the end: such a job takes several times longer than on the
+// caller alone. A job whose caller waited longer than half its own work
+// (and 100 us) sends the next jobs to their callers alone, 4 of them, then
+// twice as many each time it happens again (up to 256); a job whose
+// helpers kept pace halves the count. Only the default size adapts: a size
+// set by setSize() is kept.
+constexpr uint32_t kFirstBackoff = 4, kLongestBackoff = 256;
+constexpr std::chrono::microseconds kLongWait{100};
+
+// True when the next job of a busy host runs on its caller alone.
+bool takeAlone(State &s)
+{
+    uint32_t left = s.alone.load(std::memory_order_relaxed);
+    while (left > 0 && !s.alone.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) {
+    }
+    return left > 0;
+}
+
+void judge(State &s, std::chrono::steady_clock::duration worked, std::chrono::steady_clock::duration waited)
+{
+    const uint32_t backoff = s.backoff.load(std::memory_order_relaxed);
+    if (waited > std::max<std::chrono::steady_clock::duration>(worked / 2, kLongWait)) {
+        const uint32_t next = std::min(std::max(2 * backoff, kFirstBackoff), kLongestBackoff);
+        s.backoff.store(next, std::memory_order_relaxed);
+        s.alone.store(next, std::memory_order_relaxed);
+    } else {
+        s.backoff.store(backoff / 2, std::memory_order_relaxed);
+    }
+}
 
 // The team lives until the library is unloaded (see stopAtUnload), not
 // just until static objects are destroyed: helpers may still wait on it
@@ -192,7 +229,8 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
     // them would wait for is a core the others lack.
     const uint32_t running = s.running.fetch_add(1, std::memory_order_acq_rel) + 1;
     threads = std::min(threads, std::max<uint32_t>(size() / running, 1));
-    if (threads <= 1) {
+    const bool adapts = s.size.load(std::memory_order_relaxed) == 0;
+    if (threads <= 1 || (adapts && takeAlone(s))) {
         call(context, 0);
         s.running.fetch_sub(1, std::memory_order_acq_rel);
         return;
@@ -205,7 +243,9 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
         s.generation.fetch_add(1, std::memory_order_release);
     }
     s.wake.notify_all();
+    const auto start = std::chrono::steady_clock::now();
     call(context, 0);
+    const auto worked = std::chrono::steady_clock::now();
     {
         std::lock_guard<std::mutex> guard(s.lock);
         job.closed = true;
@@ -215,6 +255,8 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
     for (uint32_t spins = 0; job.inside.load(std::memory_order_acquire) != 0; ++spins)
         if (spins > 64)
             std::this_thread::yield();
+    if (adapts)
+        judge(s, worked - start, std::chrono::steady_clock::now() - worked);
     s.running.fetch_sub(1, std::memory_order_acq_rel);
 }
 
