@@ -235,7 +235,7 @@ GstFlowReturn create(GstPushSrc *push, GstBuffer **out)
     }
 }
 
-void setProperty(GObject *object, guint id, const GValue *value, GParamSpec *spec)
+void setProperty(GObject *object, guint id, const GValue *value, GParamSpec *pspec)
 {
     QuorinSrc *self = QUORIN_SRC(object);
     GST_OBJECT_LOCK(self);
@@ -269,7 +269,7 @@ void setProperty(GObject *object, guint id, const GValue *value, GParamSpec *spe
         p.frames = g_value_get_string(value) != nullptr ? g_value_get_string(value) : "";
         break;
     default:
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
         break;
     }
     const bool live = p.source == Source::Live;
@@ -278,7 +278,7 @@ void setProperty(GObject *object, guint id, const GValue *value, GParamSpec *spe
     gst_base_src_set_live(GST_BASE_SRC(self), live);
 }
 
-void getProperty(GObject *object, guint id, GValue *value, GParamSpec *spec)
+void getProperty(GObject *object, guint id, GValue *value, GParamSpec *pspec)
 {
     QuorinSrc *self = QUORIN_SRC(object);
     GST_OBJECT_LOCK(self);
@@ -312,7 +312,7 @@ void getProperty(GObject *object, guint id, GValue *value, GParamSpec *spec)
         g_value_set_string(value, p.frames.c_str());
         break;
     default:
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
         break;
     }
     GST_OBJECT_UNLOCK(self);
