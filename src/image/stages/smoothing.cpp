@@ -39,6 +39,33 @@ QUORIN_ALWAYS_INLINE inline void smoothRow(const uint16_t *__restrict above, con
     }
 }
 
+// The weighted mean of sites c (weight 4) and their four diagonal
+// neighbours n (2 within 25 of c, 1 within 50), truncated, in 16-bit lanes
+// of type V: the division in single precision, half a register at a time
+// (Half, Quotients and Wide are the kernel's types for that). A macro, as
+// the lane helpers of portable.h: it must expand inside each kernel.
+#define QUORIN_SMOOTHED_MEAN(c, n)                                                                                     \
+    ({                                                                                                                 \
+        V sum_ = (c) << 2, weight_ = V{} + 4;                                                                          \
+        for (const V neighbour_ : (n)) {                                                                               \
+            const V d_ = QUORIN_LANES_MAGNITUDE((c) - neighbour_);                                                     \
+            const V close_ = d_ < 25, near_ = (d_ >= 25) & (d_ < 50);                                                  \
+            sum_ += ((neighbour_ + neighbour_) & close_) | (neighbour_ & near_);                                       \
+            weight_ += (close_ & 2) | (near_ & 1);                                                                     \
+        }                                                                                                              \
+        Half sums_[2], weights_[2], quotients_[2];                                                                     \
+        std::memcpy(sums_, &sum_, sizeof sums_);                                                                       \
+        std::memcpy(weights_, &weight_, sizeof weights_);                                                              \
+        for (int k_ = 0; k_ < 2; ++k_) {                                                                               \
+            const Quotients q_ = __builtin_convertvector(sums_[k_], Quotients) /                                       \
+                                 __builtin_convertvector(weights_[k_], Quotients);                                     \
+            quotients_[k_] = __builtin_convertvector(__builtin_convertvector(q_, Wide), Half);                         \
+        }                                                                                                              \
+        V mean_;                                                                                                       \
+        std::memcpy(&mean_, quotients_, sizeof mean_);                                                                 \
+        mean_;                                                                                                         \
+    })
+
 QUORIN_KERNEL(SmoothRow,
               (const uint16_t *above, const uint16_t *here, const uint16_t *below, uint16_t *out, size_t w,
                uint32_t odd, uint32_t last),
@@ -67,23 +94,7 @@ QUORIN_LANES_KERNEL(SmoothRowNarrow,
                       const V c = QUORIN_LANES_LOAD(here + i);
                       const V n[4] = {QUORIN_LANES_LOAD(above + i - 1), QUORIN_LANES_LOAD(above + i + 1),
                                       QUORIN_LANES_LOAD(below + i - 1), QUORIN_LANES_LOAD(below + i + 1)};
-                      V sum = c << 2, weight = V{} + 4;
-                      for (const V v : n) {
-                          const V d = QUORIN_LANES_MAGNITUDE(c - v);
-                          const V close = d < 25, near = (d >= 25) & (d < 50);
-                          sum += ((v + v) & close) | (v & near);
-                          weight += (close & 2) | (near & 1);
-                      }
-                      Half sums[2], weights[2], quotients[2];
-                      std::memcpy(sums, &sum, sizeof sums);
-                      std::memcpy(weights, &weight, sizeof weights);
-                      for (int k = 0; k < 2; ++k) {
-                          const Quotients q = __builtin_convertvector(sums[k], Quotients) /
-                                              __builtin_convertvector(weights[k], Quotients);
-                          quotients[k] = __builtin_convertvector(__builtin_convertvector(q, Wide), Half);
-                      }
-                      V smoothed;
-                      std::memcpy(&smoothed, quotients, sizeof smoothed);
+                      const V smoothed = QUORIN_SMOOTHED_MEAN(c, n);
                       const V mask = green & (column + static_cast<std::int16_t>(x) <= static_cast<std::int16_t>(last));
                       QUORIN_LANES_STORE(out + i, QUORIN_LANES_PICK(mask, smoothed, QUORIN_LANES_LOAD(out + i)));
                       if (x + kLanes == end) {
@@ -138,23 +149,7 @@ QUORIN_LANES_KERNEL(SmoothSplit,
                             const V c = QUORIN_SPLIT_AT(here, x);
                             const V n[4] = {QUORIN_SPLIT_AT(above, x - 1), QUORIN_SPLIT_AT(above, x + 1),
                                             QUORIN_SPLIT_AT(below, x - 1), QUORIN_SPLIT_AT(below, x + 1)};
-                            V sum = c << 2, weight = V{} + 4;
-                            for (const V v : n) {
-                                const V d = QUORIN_LANES_MAGNITUDE(c - v);
-                                const V close = d < 25, near = (d >= 25) & (d < 50);
-                                sum += ((v + v) & close) | (v & near);
-                                weight += (close & 2) | (near & 1);
-                            }
-                            Half sums[2], weights[2], quotients[2];
-                            std::memcpy(sums, &sum, sizeof sums);
-                            std::memcpy(weights, &weight, sizeof weights);
-                            for (int k = 0; k < 2; ++k) {
-                                const Quotients q = __builtin_convertvector(sums[k], Quotients) /
-                                                    __builtin_convertvector(weights[k], Quotients);
-                                quotients[k] = __builtin_convertvector(__builtin_convertvector(q, Wide), Half);
-                            }
-                            V smoothed;
-                            std::memcpy(&smoothed, quotients, sizeof smoothed);
+                            const V smoothed = QUORIN_SMOOTHED_MEAN(c, n);
                             QUORIN_LANES_STORE(QUORIN_SPLIT_PLACE(mosaic, x), smoothed);
                             if (t + kLanes == sites.count)
                                 return;
