@@ -1,6 +1,5 @@
 #include "delivery.h"
 
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstring>
@@ -13,62 +12,89 @@ namespace {
 constexpr std::size_t kLarge = std::size_t{256} << 10;
 constexpr std::uint32_t kPieces = 16;
 
-// One copy, cut into pieces taken one at a time: a piece the helper has
-// not taken the caller copies itself, so that a helper a busy machine
-// holds back never holds the copy up.
-struct Copy {
-    std::uint8_t *to;
-    const std::uint8_t *from;
-    std::size_t n;
-    std::atomic<std::uint32_t> next{0};
-    std::atomic<std::uint32_t> done{0};
-
-    bool copyOne()
-    {
-        const std::uint32_t p = next.fetch_add(1, std::memory_order_relaxed);
-        if (p >= kPieces)
-            return false;
-        const std::size_t begin = n * p / kPieces / 64 * 64, end = p + 1 == kPieces ? n : n * (p + 1) / kPieces / 64 * 64;
-        std::memcpy(to + begin, from + begin, end - begin);
-        done.fetch_add(1, std::memory_order_release);
-        return true;
-    }
-};
-
-// The helper, started on the first large copy and kept for the life of the
-// process (never destroyed, so that it outlives static objects).
-struct Helper {
-    std::mutex lock;       // serialises copies that use the helper
-    std::mutex queueLock;
-    std::condition_variable wake;
-    Copy *copy = nullptr;  // under queueLock
-    bool helping = false;  // the helper works on copy (under queueLock)
-    std::uint64_t serial = 0;
-
+// The copy the helper may join, cut into pieces taken one at a time: a
+// piece the helper has not taken the caller copies itself, so a helper
+// that a busy machine holds back costs a copy at most the piece in its
+// hands. A piece is claimed together with the copy's number, so a helper
+// that wakes late can never take a piece of a later copy; and the copy
+// lives in the helper, so the caller waits only for the pieces, never for
+// the helper to leave.
+class Helper {
+public:
     Helper()
     {
         std::thread([this] { run(); }).detach();
     }
+
+    // Copies with the helper; false when another thread is copying with it.
+    bool copy(std::uint8_t *to, const std::uint8_t *from, std::size_t n)
+    {
+        std::unique_lock<std::mutex> busy(lock_, std::try_to_lock);
+        if (!busy.owns_lock())
+            return false;
+        to_ = to;
+        from_ = from;
+        n_ = n;
+        done_.store(0, std::memory_order_relaxed);
+        const std::uint64_t number = ++number_;
+        claim_.store(number << 8, std::memory_order_release);
+        {
+            std::lock_guard<std::mutex> guard(queueLock_);
+            offered_ = number;
+        }
+        wake_.notify_one();
+        while (copyOne(number)) {
+        }
+        // The pieces the helper took: spin a moment, then sleep, so that a
+        // helper waiting for a core can have this one.
+        for (std::uint32_t spins = 0, d; (d = done_.load(std::memory_order_acquire)) != kPieces; ++spins)
+            if (spins < 2000)
+                __builtin_ia32_pause();
+            else
+                done_.wait(d, std::memory_order_acquire);
+        return true;
+    }
+
+private:
+    bool copyOne(std::uint64_t number)
+    {
+        std::uint64_t c = claim_.load(std::memory_order_acquire);
+        do {
+            if (c >> 8 != number || (c & 0xff) >= kPieces)
+                return false;
+        } while (!claim_.compare_exchange_weak(c, c + 1, std::memory_order_acquire));
+        const std::size_t p = c & 0xff;
+        const std::size_t begin = n_ * p / kPieces / 64 * 64, end = p + 1 == kPieces ? n_ : n_ * (p + 1) / kPieces / 64 * 64;
+        std::memcpy(to_ + begin, from_ + begin, end - begin);
+        done_.fetch_add(1, std::memory_order_release);
+        done_.notify_one();
+        return true;
+    }
+
     void run()
     {
         std::uint64_t seen = 0;
         for (;;) {
-            Copy *c;
             {
-                std::unique_lock<std::mutex> guard(queueLock);
-                wake.wait(guard, [&] { return serial != seen; });
-                seen = serial;
-                c = copy;
-                helping = c != nullptr;
+                std::unique_lock<std::mutex> guard(queueLock_);
+                wake_.wait(guard, [&] { return offered_ != seen; });
+                seen = offered_;
             }
-            if (c == nullptr)
-                continue;
-            while (c->copyOne()) {
+            while (copyOne(seen)) {
             }
-            std::lock_guard<std::mutex> guard(queueLock);
-            helping = false;
         }
     }
+
+    std::mutex lock_; // serialises the copies that use the helper
+    std::uint8_t *to_ = nullptr;
+    const std::uint8_t *from_ = nullptr;
+    std::size_t n_ = 0;
+    std::uint64_t number_ = 0;                // under lock_
+    std::atomic<std::uint64_t> claim_{0};     // the copy's number << 8 | the next piece
+    std::atomic<std::uint32_t> done_{0};      // pieces copied
+    std::mutex queueLock_;
+    std::condition_variable wake_;
+    std::uint64_t offered_ = 0;               // under queueLock_
 };
 
 } // namespace
@@ -77,31 +103,9 @@ void deliverBytes(std::uint8_t *to, const std::uint8_t *from, std::size_t n)
 {
 #ifndef _WIN32
     if (n >= kLarge) {
-        static Helper *helper = new Helper;
-        std::unique_lock<std::mutex> busy(helper->lock, std::try_to_lock);
-        if (busy.owns_lock()) {
-            Copy c{to, from, n};
-            {
-                std::lock_guard<std::mutex> guard(helper->queueLock);
-                helper->copy = &c;
-                ++helper->serial;
-            }
-            helper->wake.notify_one();
-            while (c.copyOne()) {
-            }
-            // Every piece copied, and the helper gone from the copy, which
-            // ends with this call.
-            for (;;) {
-                {
-                    std::lock_guard<std::mutex> guard(helper->queueLock);
-                    if (!helper->helping && c.done.load(std::memory_order_acquire) == kPieces) {
-                        helper->copy = nullptr;
-                        return;
-                    }
-                }
-                std::this_thread::yield();
-            }
-        }
+        static Helper *helper = new Helper; // never destroyed: it outlives static objects
+        if (helper->copy(to, from, n))
+            return;
     }
 #endif
     std::memcpy(to, from, n);

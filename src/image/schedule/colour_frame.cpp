@@ -5,7 +5,6 @@
 #include "image/schedule/window_pass.h"
 
 #include <atomic>
-#include <thread>
 
 namespace quorin::image {
 
@@ -23,6 +22,7 @@ uint32_t colourFrame(const ColourJob &job, const SensorJob *sensor, const Colour
             while (firstBands.take(&b)) {
                 own |= first.run(b, thread);
                 done[b].store(true, std::memory_order_release);
+                done[b].notify_all();
             }
         }
         bits.fetch_or(own, std::memory_order_relaxed);
@@ -30,15 +30,15 @@ uint32_t colourFrame(const ColourJob &job, const SensorJob *sensor, const Colour
         while (windowBands.take(&b)) {
             const uint32_t needFirst = windows.needFirst(b), needEnd = windows.needEnd(b);
             // Every first-pass band is taken by now: those not done are being
-            // done. Spin briefly, then yield: the thread doing one may be
-            // waiting for a core.
+            // done. Spin briefly, then sleep: the thread doing one may be
+            // waiting for this core.
             for (uint32_t k = 0; k < first.bands(); ++k)
                 if (first.first(k) < needEnd && first.first(k + 1) > needFirst)
                     for (uint32_t spins = 0; !done[k].load(std::memory_order_acquire); ++spins) {
                         if (spins < 4096)
                             __builtin_ia32_pause();
                         else
-                            std::this_thread::yield();
+                            done[k].wait(false, std::memory_order_acquire);
                     }
             windows.run(b, thread);
         }

@@ -7,7 +7,6 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -29,6 +28,8 @@ struct Job {
 // long enough to catch the next job of a frame, short enough not to take a
 // busy machine's time from its other work.
 constexpr int kSpins = 2000;
+// How long a caller waits for its helpers' last chunks before it sleeps.
+constexpr uint32_t kEndSpins = 1000;
 
 struct State {
     std::mutex lock;
@@ -39,6 +40,7 @@ struct State {
     bool stopping = false;
     std::atomic<uint32_t> size{0};     // 0: the default
     std::atomic<uint32_t> running{0};  // jobs of several threads being run
+    std::atomic<uint32_t> left{0};     // counts helpers leaving jobs, for callers waiting on them
     // A busy host: jobs left to run on their caller alone, and how many the
     // last sign of a busy host earned (doubled while the host stays busy).
     std::atomic<uint32_t> alone{0};
@@ -133,6 +135,8 @@ void helper(void *)
             guard.unlock();
             job->call(job->context, slot);
             job->inside.fetch_sub(1, std::memory_order_release); // the job may end from here on
+            s.left.fetch_add(1, std::memory_order_release);
+            s.left.notify_all();
             guard.lock();
             continue;
         }
@@ -251,10 +255,19 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
         job.closed = true;
         s.open.erase(std::find(s.open.begin(), s.open.end(), &job));
     }
-    // Helpers inside finish the work they took; none joins any more.
-    for (uint32_t spins = 0; job.inside.load(std::memory_order_acquire) != 0; ++spins)
-        if (spins > 64)
-            std::this_thread::yield();
+    // Helpers inside finish the work they took; none joins any more. Spin
+    // a moment, then sleep: on a busy host the helper may be waiting for
+    // this very core (yielding would hand it to the host's threads for a
+    // whole time slice instead).
+    for (uint32_t spins = 0;; ++spins) {
+        const uint32_t seen = s.left.load(std::memory_order_acquire);
+        if (job.inside.load(std::memory_order_acquire) == 0)
+            break;
+        if (spins < kEndSpins)
+            __builtin_ia32_pause();
+        else
+            s.left.wait(seen, std::memory_order_acquire);
+    }
     if (adapts)
         judge(s, worked - start, std::chrono::steady_clock::now() - worked);
     s.running.fetch_sub(1, std::memory_order_acq_rel);
