@@ -22,7 +22,7 @@ uint32_t colourFrame(const ColourJob &job, const SensorJob *sensor, const Colour
             while (firstBands.take(&b)) {
                 own |= first.run(b, thread);
                 done[b].store(true, std::memory_order_release);
-                done[b].notify_all();
+                team::wakeSleepers();
             }
         }
         bits.fetch_or(own, std::memory_order_relaxed);
@@ -38,7 +38,7 @@ uint32_t colourFrame(const ColourJob &job, const SensorJob *sensor, const Colour
                         if (spins < 4096)
                             __builtin_ia32_pause();
                         else
-                            done[k].wait(false, std::memory_order_acquire);
+                            team::sleepUntil([&] { return done[k].load(std::memory_order_acquire); });
                     }
             windows.run(b, thread);
         }

@@ -40,7 +40,10 @@ struct State {
     bool stopping = false;
     std::atomic<uint32_t> size{0};     // 0: the default
     std::atomic<uint32_t> running{0};  // jobs of several threads being run
-    std::atomic<uint32_t> left{0};     // counts helpers leaving jobs, for callers waiting on them
+    // Threads asleep until another thread's work is done (see sleepUntil).
+    std::mutex sleepLock;
+    std::condition_variable sleepers;
+    std::atomic<uint32_t> sleeping{0};
     // A busy host: jobs left to run on their caller alone, and how many the
     // last sign of a busy host earned (doubled while the host stays busy).
     std::atomic<uint32_t> alone{0};
@@ -135,8 +138,7 @@ void helper(void *)
             guard.unlock();
             job->call(job->context, slot);
             job->inside.fetch_sub(1, std::memory_order_release); // the job may end from here on
-            s.left.fetch_add(1, std::memory_order_release);
-            s.left.notify_all();
+            wakeSleepers();
             guard.lock();
             continue;
         }
@@ -184,6 +186,31 @@ template <typename Finish> bool end(Finish finish)
 }
 
 } // namespace
+
+void sleepUntil(bool (*done)(void *context), void *context)
+{
+    State &s = state();
+    // Read-modify-writes on both sides: either the waker's comes later and
+    // sees this sleeper, or this one comes later and sees what the waker
+    // did before it.
+    s.sleeping.fetch_add(1, std::memory_order_acq_rel);
+    {
+        std::unique_lock<std::mutex> guard(s.sleepLock);
+        s.sleepers.wait(guard, [&] { return done(context); });
+    }
+    s.sleeping.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void wakeSleepers()
+{
+    State &s = state();
+    if (s.sleeping.fetch_add(0, std::memory_order_acq_rel) == 0)
+        return;
+    { // a sleeper is either before its check, or waiting
+        std::lock_guard<std::mutex> guard(s.sleepLock);
+    }
+    s.sleepers.notify_all();
+}
 
 uint32_t size()
 {
@@ -259,15 +286,11 @@ void run(uint32_t threads, void (*call)(void *context, uint32_t slot), void *con
     // a moment, then sleep: on a busy host the helper may be waiting for
     // this very core (yielding would hand it to the host's threads for a
     // whole time slice instead).
-    for (uint32_t spins = 0;; ++spins) {
-        const uint32_t seen = s.left.load(std::memory_order_acquire);
-        if (job.inside.load(std::memory_order_acquire) == 0)
-            break;
+    for (uint32_t spins = 0; job.inside.load(std::memory_order_acquire) != 0; ++spins)
         if (spins < kEndSpins)
             __builtin_ia32_pause();
         else
-            s.left.wait(seen, std::memory_order_acquire);
-    }
+            sleepUntil([&] { return job.inside.load(std::memory_order_acquire) == 0; });
     if (adapts)
         judge(s, worked - start, std::chrono::steady_clock::now() - worked);
     s.running.fetch_sub(1, std::memory_order_acq_rel);

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace quorin::image::team {
 
@@ -31,6 +32,18 @@ uint32_t threadsFor(std::size_t pixels);
 void stop();
 // The same while the library is being unloaded (see platform.h).
 void stopAtUnload();
+
+// Sleeps until done(context) holds, which another thread of the team
+// makes so and then calls wakeSleepers(). For waits that may be long on a
+// busy host: spinning, or yielding, would keep the core from the thread
+// being waited for.
+void sleepUntil(bool (*done)(void *context), void *context);
+template <typename Done> void sleepUntil(Done &&done)
+{
+    using Fn = std::remove_reference_t<Done>;
+    sleepUntil([](void *context) { return (*static_cast<Fn *>(context))(); }, &done);
+}
+void wakeSleepers();
 
 // Runs call(context, slot) on the calling thread (slot 0) and on up to
 // threads - 1 helpers (while n jobs run at once, up to size() / n threads
