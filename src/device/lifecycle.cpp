@@ -48,14 +48,15 @@ int findInterfaceEntry(std::uint32_t interfaceCode)
 
 } // namespace
 
-void onProcessDetach()
+void onProcessDetach(bool threadsGone)
 {
     for (std::uint32_t d = 0; d < kMaxDevices; ++d) {
         std::int32_t scratch = 0;
         DEV_CloseDevice(d, &scratch);
     }
     destroyLibraryHeap();
-    image::team::stopAtUnload();
+    if (!threadsGone) // else the team's helpers ended with the process, whatever they held
+        image::team::stopAtUnload();
     g_state.initialised = 0;
 }
 

@@ -56,6 +56,10 @@ void threadJoin(Thread thread);
 // waiting, holding nothing) is stopped where it is. True when the thread
 // ended by itself, so that what it waited on may be destroyed.
 bool threadEndAtUnload(Thread thread);
+// True where threadEndAtUnload lets a thread end by itself (it must be
+// woken first); false where it stops the thread where it waits (it must
+// not be woken: it could be stopped holding what it woke for).
+bool threadsEndByThemselvesAtUnload();
 
 // ---- Per-user registry (HKEY_CURRENT_USER) -------------------------------
 

@@ -20,7 +20,7 @@
 #include <unistd.h>
 
 namespace quorin {
-void onProcessDetach(); // device/lifecycle.cpp
+void onProcessDetach(bool threadsGone); // device/lifecycle.cpp
 }
 
 namespace quorin::platform {
@@ -416,10 +416,15 @@ bool threadEndAtUnload(Thread thread)
     return true;
 }
 
+bool threadsEndByThemselvesAtUnload()
+{
+    return true;
+}
+
 } // namespace quorin::platform
 
 // The unload hook: runs when the library is unloaded or the process ends.
 __attribute__((destructor)) static void quorinUnload()
 {
-    quorin::onProcessDetach();
+    quorin::onProcessDetach(false);
 }

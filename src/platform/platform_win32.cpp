@@ -12,7 +12,7 @@
 #include <string>
 
 namespace quorin {
-void onProcessDetach(); // device/lifecycle.cpp
+void onProcessDetach(bool threadsGone); // device/lifecycle.cpp
 }
 
 namespace quorin::platform {
@@ -232,12 +232,18 @@ bool threadEndAtUnload(Thread thread)
     return false;
 }
 
+bool threadsEndByThemselvesAtUnload()
+{
+    return false;
+}
+
 } // namespace quorin::platform
 
 // The unload hook. Attach and thread notifications do nothing.
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID)
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
+    // reserved is set when the process ends: its other threads are gone.
     if (reason == DLL_PROCESS_DETACH)
-        quorin::onProcessDetach();
+        quorin::onProcessDetach(reserved != nullptr);
     return TRUE;
 }

@@ -166,8 +166,11 @@ void startHelpers(State &s, uint32_t threads)
     }
 }
 
-// Ends every helper; true when all ended by themselves.
-template <typename Finish> bool end(Finish finish)
+// Ends every helper; true when all ended by themselves. `wake` wakes them
+// first, for helpers that end by themselves; helpers that are stopped
+// where they wait must not be woken: one could be stopped holding the
+// team's lock, so the team is then left alone.
+template <typename Finish> bool end(Finish finish, bool wake)
 {
     State &s = state();
     std::vector<platform::Thread> helpers;
@@ -176,13 +179,16 @@ template <typename Finish> bool end(Finish finish)
         s.stopping = true;
         helpers.swap(s.helpers);
     }
-    s.wake.notify_all();
+    if (wake)
+        s.wake.notify_all();
     bool joined = true;
     for (platform::Thread t : helpers)
         joined = finish(t) && joined;
+    if (!joined)
+        return false;
     std::lock_guard<std::mutex> guard(s.lock);
     s.stopping = false;
-    return joined;
+    return true;
 }
 
 } // namespace
@@ -234,16 +240,18 @@ uint32_t threadsFor(std::size_t pixels)
 
 void stop()
 {
-    end([](platform::Thread t) {
-        platform::threadJoin(t);
-        return true;
-    });
+    end(
+        [](platform::Thread t) {
+            platform::threadJoin(t);
+            return true;
+        },
+        true);
 }
 
 void stopAtUnload()
 {
     // With every helper gone, the team goes with the library.
-    if (end(platform::threadEndAtUnload))
+    if (end(platform::threadEndAtUnload, platform::threadsEndByThemselvesAtUnload()))
         delete std::exchange(statePointer(), nullptr);
 }
 
