@@ -15,10 +15,10 @@ constexpr std::uint32_t kPieces = 16;
 // The copy the helper may join, cut into pieces taken one at a time: a
 // piece the helper has not taken the caller copies itself, so a helper
 // that a busy machine holds back costs a copy at most the piece in its
-// hands. A piece is claimed together with the copy's number, so a helper
-// that wakes late can never take a piece of a later copy; and the copy
-// lives in the helper, so the caller waits only for the pieces, never for
-// the helper to leave.
+// hands. A piece is claimed together with the copy's number, so a claim
+// the helper makes for one copy can never take a piece of another; and
+// the copy lives in the helper, so the caller waits only for the pieces,
+// never for the helper to leave.
 class Helper {
 public:
     Helper()
