@@ -28,6 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         vcam_default_config(&cfg, choice >> 2 & 1, kLinkTypes[choice & 3]);
         cam = vcam_create(&cfg);
     }
+    vcam_trace_clear(cam); // the camera records every call: one input's worth at a time
     const InterfaceTable *t = vcam_interface(cam);
     std::uint32_t dev = 0;
     std::int32_t err = 0;
