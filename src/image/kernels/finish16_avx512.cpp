@@ -45,10 +45,9 @@ QUORIN_TARGET_AVX512 QUORIN_ALWAYS_INLINE inline Matrix16 matrix16(const std::in
 {
     Matrix16 m;
     for (unsigned c = 0; c < 3; ++c) {
-        m.redGreen[c] = _mm512_set1_epi32(static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c]) |
-                                                           std::uint32_t{static_cast<std::uint16_t>(matrix[3 * c + 1])}
-                                                               << 16));
-        m.blue[c] = _mm512_set1_epi32(static_cast<std::uint16_t>(matrix[3 * c + 2]));
+        const MatrixWords w = matrixWords(matrix, c);
+        m.redGreen[c] = _mm512_set1_epi32(w.redGreen);
+        m.blue[c] = _mm512_set1_epi32(w.blue);
     }
     return m;
 }

@@ -19,6 +19,18 @@
 
 namespace quorin::image::vec {
 
+// Row c of a colour matrix as the 32-bit words its 16-bit multiply-adds
+// take at every level: red and green in one word, blue alone in another.
+struct MatrixWords {
+    int redGreen, blue;
+};
+inline MatrixWords matrixWords(const std::int16_t matrix[9], unsigned c)
+{
+    return {static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c]) |
+                             std::uint32_t{static_cast<std::uint16_t>(matrix[3 * c + 1])} << 16),
+            static_cast<int>(static_cast<std::uint16_t>(matrix[3 * c + 2]))};
+}
+
 constexpr std::size_t kBlock = 64;
 
 // Unpacks whole blocks of four groups (20 bytes, 16 values) from in to out
